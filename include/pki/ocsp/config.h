@@ -1,0 +1,13 @@
+// Build configuration shared by every public header: the export macro and the version.
+#ifndef VELMOR_PKI_OCSP_CONFIG_H
+#define VELMOR_PKI_OCSP_CONFIG_H
+
+#define VELMOR_OCSP_VERSION_MAJOR 1
+#define VELMOR_OCSP_VERSION_MINOR 0
+#define VELMOR_OCSP_VERSION_PATCH 0
+
+// The library is compiled with hidden visibility; VELMOR_OCSP_API marks the classes,
+// functions and explicit template instantiations that it exports.
+#define VELMOR_OCSP_API __attribute__((visibility("default")))
+
+#endif

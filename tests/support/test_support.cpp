@@ -1,0 +1,95 @@
+#include "support/test_support.h"
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sys/wait.h>
+
+namespace velmor_test {
+
+std::string DataPath(std::string_view relative) {
+    return std::string(VELMOR_TEST_DATA_DIR) + "/" + std::string(relative);
+}
+
+Bytes ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        ADD_FAILURE() << "cannot read " << path;
+        return {};
+    }
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+Bytes ReadData(std::string_view relative) { return ReadFile(DataPath(relative)); }
+
+std::string ToHex(const std::uint8_t* data, std::size_t size) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(size * 2);
+    for (std::size_t i = 0; i < size; ++i) {
+        text.push_back(kDigits[data[i] >> 4]);
+        text.push_back(kDigits[data[i] & 0x0F]);
+    }
+    return text;
+}
+
+std::string ToHex(const Bytes& bytes) { return ToHex(bytes.data(), bytes.size()); }
+
+namespace {
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+} // namespace
+
+Bytes FromHex(std::string_view hex) {
+    Bytes bytes;
+    int high = -1;
+    for (char c : hex) {
+        if (c == ' ' || c == '\n' || c == ':') {
+            continue;
+        }
+        const int digit = HexDigit(c);
+        if (digit < 0) {
+            ADD_FAILURE() << "bad hex digit '" << c << "'";
+            return {};
+        }
+        if (high < 0) {
+            high = digit;
+        } else {
+            bytes.push_back(static_cast<std::uint8_t>(high << 4 | digit));
+            high = -1;
+        }
+    }
+    if (high >= 0) {
+        ADD_FAILURE() << "odd number of hex digits";
+    }
+    return bytes;
+}
+
+int RunCommand(const std::string& command, std::string* output) {
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return -1;
+    }
+    std::array<char, 4096> chunk{};
+    std::size_t got = 0;
+    while ((got = std::fread(chunk.data(), 1, chunk.size(), pipe)) > 0) {
+        if (output != nullptr) {
+            output->append(chunk.data(), got);
+        }
+    }
+    const int status = ::pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace velmor_test

@@ -1,0 +1,46 @@
+// Helpers shared by the test suites: fixture files, hex text and HRESULT assertions.
+#ifndef VELMOR_TESTS_SUPPORT_TEST_SUPPORT_H
+#define VELMOR_TESTS_SUPPORT_TEST_SUPPORT_H
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <pki/ocsp/atl_exception.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmor_test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Absolute path of a file below tests/data.
+std::string DataPath(std::string_view relative);
+
+// The whole content of a file; fails the test (and returns empty) when it cannot be read.
+Bytes ReadFile(const std::string& path);
+Bytes ReadData(std::string_view relative);
+
+// Lower-case hex without separators, and back (spaces in the input are ignored).
+std::string ToHex(const std::uint8_t* data, std::size_t size);
+std::string ToHex(const Bytes& bytes);
+Bytes FromHex(std::string_view hex);
+
+// Runs a shell command; returns its exit status and fills its standard output.
+int RunCommand(const std::string& command, std::string* output = nullptr);
+
+} // namespace velmor_test
+
+// Asserts that a statement throws ATL::CAtlException holding the given HRESULT.
+#define EXPECT_HRESULT_THROW(statement, expected)                                                  \
+    do {                                                                                           \
+        try {                                                                                      \
+            statement;                                                                             \
+            ADD_FAILURE() << "no exception from: " #statement;                                     \
+        } catch (const ATL::CAtlException& velmorCaught) {                                         \
+            EXPECT_EQ(static_cast<std::uint32_t>(velmorCaught.m_hr),                               \
+                      static_cast<std::uint32_t>(expected))                                        \
+                << "from: " #statement << " what: " << velmorCaught.what();                        \
+        }                                                                                          \
+    } while (false)
+
+#endif
