@@ -1,0 +1,30 @@
+// Helpers shared by the runtime's own source files; not for the type layer.
+#ifndef VELMOR_SRC_ASN1_ASN1_DETAIL_H
+#define VELMOR_SRC_ASN1_ASN1_DETAIL_H
+
+#include "asn1/asn1_base.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Velmor::Asn1Rt {
+
+// Offset value that makes a diagnostic omit "at offset N" (encoding has no input offset).
+constexpr std::size_t kNoOffset = SIZE_MAX;
+
+// Records the first failure of ctxt as "NAME: what in within at offset N"; returns status.
+int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within,
+             std::size_t offset) noexcept;
+
+// True for valid OBJECT IDENTIFIER contents: non-empty, every subidentifier minimal (no
+// leading 0x80 octet), the last octet without its continuation bit.
+bool oidContentsValid(const ASN1OCTET* data, std::size_t size) noexcept;
+
+// Encodes identifier and DER length octets into out (at least kMaxHeaderLen octets);
+// returns how many were written.
+constexpr std::size_t kMaxHeaderLen = 6 + 1 + sizeof(std::size_t);
+std::size_t encodeHeader(ASN1TAG tag, std::size_t contentLen, ASN1OCTET* out) noexcept;
+
+} // namespace Velmor::Asn1Rt
+
+#endif

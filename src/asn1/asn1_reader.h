@@ -1,0 +1,167 @@
+// BER reader for decoders: a cursor over one element's contents (or over a whole input).
+//
+// A decoder reads like its ASN.1 text:
+//
+//     BerReader seq;
+//     r.enter(tag, seq, "AlgorithmIdentifier");   // SEQUENCE {
+//     seq.readOid(v.algorithm);                   //   algorithm  OBJECT IDENTIFIER,
+//     if (seq.more()) { ... }                     //   parameters ANY OPTIONAL
+//     r.leave(seq);                               // }
+//     return r.status();
+//
+// Failure is sticky and shared: the status lives in the ASN1CTXT that every reader of one
+// decode shares, so once any reader failed, every reader of that decode fails at once and
+// has no effect. A decoder can therefore be straight-line code checked once at the end,
+// and a failure deep inside a nested type is seen by every enclosing decoder. Loops stop
+// by themselves, because more() is false after a failure.
+#ifndef VELMOR_SRC_ASN1_ASN1_READER_H
+#define VELMOR_SRC_ASN1_ASN1_READER_H
+
+#include "asn1/asn1_base.h"
+
+namespace Velmor::Asn1Rt {
+
+// Deepest element nesting accepted: the outermost element is at depth 1.
+constexpr unsigned kMaxDepth = 32;
+
+// Identifier and length of one element, as parsed from its first octets.
+struct ElementHeader {
+    ASN1TAG tag = 0;
+    std::size_t headerLen = 0;  // identifier + length octets
+    std::size_t contentLen = 0; // 0 for an indefinite length
+    bool indefinite = false;
+};
+
+class BerReader {
+  public:
+    // An unbound reader: every operation fails with RTERR_INVPARAM. enter() binds it.
+    BerReader() noexcept = default;
+    // A reader over a whole input held in ctxt's decode buffer, from offset origin.
+    BerReader(ASN1CTXT* ctxt, const ASN1OCTET* data, std::size_t size,
+              std::size_t origin = 0) noexcept;
+
+    ASN1CTXT* ctxt() const noexcept { return ctxt_; }
+    bool ok() const noexcept { return ctxt_ != nullptr && ctxt_->status == ASN_OK; }
+    // 0, or the decode's first failure.
+    int status() const noexcept { return ctxt_ == nullptr ? RTERR_INVPARAM : ctxt_->status; }
+    // Input offset of the next unread octet (for diagnostics and extents).
+    std::size_t offset() const noexcept { return origin_ + pos_; }
+    // Depth of the element whose contents this reader covers (0 for a whole input).
+    unsigned depth() const noexcept { return depth_; }
+
+    // True when another element follows before this reader's end (the end of its octets,
+    // or the end-of-contents octets of an indefinite length). False after a failure.
+    bool more() noexcept;
+    // Tag of the next element, or 0 at the end or after a failure. A malformed identifier
+    // fails the decode.
+    ASN1TAG peekTag() noexcept;
+    // True when the next element carries tag (for OPTIONAL fields and CHOICEs).
+    bool nextIs(ASN1TAG tag) noexcept { return more() && peekTag() == tag; }
+    // As nextIs, with either value of the constructed bit (strings may come in BER's
+    // constructed form, so an OPTIONAL [n] IMPLICIT OCTET STRING is tested with this).
+    bool nextIsAnyForm(ASN1TAG tag) noexcept {
+        return more() && (peekTag() & ~TM_CONS) == (tag & ~TM_CONS);
+    }
+    // Parses identifier and length of the next element without consuming it.
+    bool peekHeader(ElementHeader& header) noexcept;
+    // Size of the whole next element (identifier, length, contents and end-of-contents
+    // octets), without consuming it; indefinite lengths are walked.
+    bool peekExtent(std::size_t& size) noexcept;
+
+    // Consumes the next element, which must carry tag, and binds child to its contents;
+    // name labels failures inside it. Constructed tags only may have indefinite lengths.
+    bool enter(ASN1TAG tag, BerReader& child, const char* name = nullptr) noexcept;
+    // Closes child: a definite one must be fully read (else RTERR_TRAILING); an indefinite
+    // one must stand at its end-of-contents octets, which are consumed.
+    bool leave(BerReader& child) noexcept;
+    // Consumes the next element whatever it is (indefinite ones are walked to their end).
+    bool skip() noexcept;
+    // Consumes the next element and keeps all its octets, verbatim, as an open type.
+    bool readOpenType(ASN1OpenType& value) noexcept;
+    // Contents of the next element, which must be primitive and carry tag.
+    bool readPrimitive(ASN1TAG tag, const ASN1OCTET*& data, std::size_t& size) noexcept;
+
+    // ---- Values. tag replaces the universal tag for [n] IMPLICIT fields.
+    // BOOLEAN: one octet, any non-zero value is true.
+    bool readBool(OSBOOL& value, ASN1TAG tag = ASN1TAG_BOOLEAN) noexcept;
+    // INTEGER that must fit 32 bits, minimally encoded.
+    bool readInt(OSINT32& value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
+    // INTEGER of any size as "0x" + hex text in the arena (contents kept as received).
+    bool readBigInt(ASN1TDynBigInt& value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
+    bool readEnum(OSINT32& value, ASN1TAG tag = ASN1TAG_ENUMERATED) noexcept;
+    bool readNull(ASN1TAG tag = ASN1TAG_NULL) noexcept;
+    bool readOid(ASN1OBJID& value, ASN1TAG tag = ASN1TAG_OBJID) noexcept;
+    // Primitive form gives a view into the input; constructed form is concatenated into
+    // the arena. For these and the strings, tag matches with or without the constructed bit.
+    bool readOctStr(ASN1TDynOctStr& value, ASN1TAG tag = ASN1TAG_OCTETSTRING) noexcept;
+    bool readBitStr(ASN1TDynBitStr& value, ASN1TAG tag = ASN1TAG_BITSTRING) noexcept;
+    // Character string as NUL-terminated text in the arena; embedded NUL is RTERR_BADVALUE
+    // (read BMPString and UniversalString as raw contents instead).
+    bool readString(const char*& value, ASN1TAG tag) noexcept;
+    // Character string as raw contents.
+    bool readString(ASN1TDynOctStr& value, ASN1TAG tag) noexcept;
+    // UTCTime or GeneralizedTime as text; only 0-9 . , + - Z are accepted here.
+    bool readTime(const char*& value, ASN1TAG tag) noexcept;
+
+    // Records a failure (first one wins) labelled with this reader's name; returns false.
+    bool fail(int status, const char* what = nullptr) noexcept;
+
+  private:
+    struct Gather;
+
+    bool live() const noexcept { return ok(); }
+    bool overrun() noexcept;
+    bool atEoc() const noexcept;
+    bool atEnd() const noexcept;
+    bool parseHeader(std::size_t at, ElementHeader& header) noexcept;
+    bool parseTag(std::size_t& at, ASN1TAG& tag) noexcept;
+    bool parseLength(std::size_t& at, bool constructed, ElementHeader& header) noexcept;
+    bool walkIndefinite(std::size_t at, unsigned depth, std::size_t& end) noexcept;
+    bool nextElement(ASN1TAG tag, bool anyForm, ElementHeader& header, const char* what) noexcept;
+    bool gather(Gather& g) noexcept;
+    bool readConstructed(Gather& g, ASN1TAG tag) noexcept;
+    bool readStringBytes(ASN1TAG tag, ASN1TDynOctStr& value) noexcept;
+    bool readSmallInt(OSINT32& value, ASN1TAG tag, const char* what) noexcept;
+    bool takePrimitive(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
+                       std::size_t& size) noexcept;
+
+    ASN1CTXT* ctxt_ = nullptr;
+    const ASN1OCTET* data_ = nullptr;
+    std::size_t size_ = 0;   // octets this reader may look at
+    std::size_t pos_ = 0;    // next unread octet, relative to data_
+    std::size_t origin_ = 0; // input offset of data_[0]
+    const char* name_ = nullptr;
+    unsigned depth_ = 0;
+    bool indefinite_ = false; // contents end at end-of-contents octets, not at size_
+    bool inputBound_ = true;  // size_ is the end of the input (overrun = truncation)
+};
+
+// Decodes every remaining element of r (the contents of a SEQUENCE OF / SET OF) into a
+// fresh T in the arena, appended to list. decodeElem(BerReader&, T&) returns int or bool.
+// Stops at the first failure; returns r.status().
+template <class T, class F> int readList(BerReader& r, OSRTDList& list, F&& decodeElem) {
+    while (r.more()) {
+        T* elem = rtMemNew<T>(r.ctxt());
+        if (elem == nullptr) {
+            return r.fail(RTERR_NOMEM, "SEQUENCE OF element"), r.status();
+        }
+        const std::size_t before = r.offset();
+        decodeElem(r, *elem);
+        if (r.ok() && r.offset() == before) {
+            r.fail(RTERR_INVPARAM, "element decoder consumed nothing"); // would loop forever
+        }
+        if (r.ok() && rtDListAppend(r.ctxt(), &list, elem) < 0) {
+            r.fail(RTERR_NOMEM, "SEQUENCE OF node");
+        }
+    }
+    return r.status();
+}
+
+// As above with the element decoder found by argument-dependent lookup: asn1D(r, elem).
+template <class T> int readList(BerReader& r, OSRTDList& list) {
+    return readList<T>(r, list, [](BerReader& rr, T& e) { return asn1D(rr, e); });
+}
+
+} // namespace Velmor::Asn1Rt
+
+#endif
