@@ -92,4 +92,19 @@ int RunCommand(const std::string& command, std::string* output) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+::testing::AssertionResult ThrowsHResult(const std::function<void()>& body,
+                                         std::uint32_t expected) {
+    try {
+        body();
+    } catch (const ATL::CAtlException& e) {
+        if (static_cast<std::uint32_t>(e.m_hr) == expected) {
+            return ::testing::AssertionSuccess();
+        }
+        return ::testing::AssertionFailure() << "threw " << e.what();
+    } catch (const std::exception& e) {
+        return ::testing::AssertionFailure() << "threw another exception: " << e.what();
+    }
+    return ::testing::AssertionFailure() << "threw nothing";
+}
+
 } // namespace velmor_test

@@ -3,6 +3,7 @@
 #define VELMOR_TESTS_SUPPORT_TEST_SUPPORT_H
 
 #include <cstdint>
+#include <functional>
 #include <gtest/gtest.h>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
@@ -30,17 +31,17 @@ int RunCommand(const std::string& command, std::string* output = nullptr);
 
 } // namespace velmor_test
 
-// Asserts that a statement throws ATL::CAtlException holding the given HRESULT.
+namespace velmor_test {
+// Success when body throws ATL::CAtlException holding expected; a failure that says what
+// happened otherwise.
+::testing::AssertionResult ThrowsHResult(const std::function<void()>& body, std::uint32_t expected);
+} // namespace velmor_test
+
+// Expects that a statement throws ATL::CAtlException holding the given HRESULT. More text
+// can be streamed into it, as into any EXPECT_ macro.
 #define EXPECT_HRESULT_THROW(statement, expected)                                                  \
-    do {                                                                                           \
-        try {                                                                                      \
-            statement;                                                                             \
-            ADD_FAILURE() << "no exception from: " #statement;                                     \
-        } catch (const ATL::CAtlException& velmorCaught) {                                         \
-            EXPECT_EQ(static_cast<std::uint32_t>(velmorCaught.m_hr),                               \
-                      static_cast<std::uint32_t>(expected))                                        \
-                << "from: " #statement << " what: " << velmorCaught.what();                        \
-        }                                                                                          \
-    } while (false)
+    EXPECT_TRUE(                                                                                   \
+        ::velmor_test::ThrowsHResult([&] { statement; }, static_cast<std::uint32_t>(expected)))    \
+        << #statement
 
 #endif

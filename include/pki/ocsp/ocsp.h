@@ -2,8 +2,19 @@
 #ifndef VELMOR_PKI_OCSP_OCSP_H
 #define VELMOR_PKI_OCSP_OCSP_H
 
+#include <pki/ocsp/algorithm_identifier.h>
 #include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/authority_info_access.h>
+#include <pki/ocsp/big_integer.h>
+#include <pki/ocsp/blob.h>
 #include <pki/ocsp/config.h>
+#include <pki/ocsp/crl_dist_points.h>
+#include <pki/ocsp/crl_reason.h>
+#include <pki/ocsp/datetime.h>
+#include <pki/ocsp/dll_list.h>
+#include <pki/ocsp/extensions.h>
+#include <pki/ocsp/general_name.h>
+#include <pki/ocsp/string_proxy.h>
 #include <pki/ocsp/win32.h>
 
 #endif

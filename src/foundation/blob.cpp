@@ -1,0 +1,131 @@
+// CBlob and CBlobList.
+#include <algorithm>
+#include <cstring>
+#include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/blob.h>
+#include <utility>
+
+#include "foundation/dll_list_impl.h"
+
+namespace Velmor {
+
+namespace {
+
+// Rejects a null source for a non-empty copy.
+void RequireSource(const void* data, unsigned long size) {
+    if (data == nullptr && size != 0) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+}
+
+} // namespace
+
+CBlob::CBlob() noexcept : m_size(0), m_capacity(0) {}
+
+CBlob::CBlob(unsigned long size) : CBlob() { resize_to(size); }
+
+CBlob::CBlob(const unsigned char* data, unsigned long size) : CBlob() { assign(data, size); }
+
+CBlob::CBlob(const std::vector<std::uint8_t>& bytes) : CBlob(bytes.data(), bytes.size()) {}
+
+CBlob::CBlob(std::string_view bytes)
+    : CBlob(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()) {}
+
+#if defined(__cpp_lib_span)
+CBlob::CBlob(std::span<const std::uint8_t> bytes) : CBlob(bytes.data(), bytes.size()) {}
+#endif
+
+CBlob::CBlob(const CBlob& other) : CBlob(other.pbData(), other.cbData()) {}
+
+CBlob::CBlob(CBlob&& other) noexcept
+    : m_data(std::move(other.m_data)), m_size(other.m_size), m_capacity(other.m_capacity) {
+    other.m_size = 0;
+    other.m_capacity = 0;
+}
+
+CBlob& CBlob::operator=(const CBlob& other) {
+    assign(other.pbData(), other.cbData());
+    return *this;
+}
+
+CBlob& CBlob::operator=(CBlob&& other) noexcept {
+    if (&other != this) {
+        m_data = std::move(other.m_data);
+        m_size = std::exchange(other.m_size, 0);
+        m_capacity = std::exchange(other.m_capacity, 0);
+    }
+    return *this;
+}
+
+CBlob::~CBlob() = default;
+
+void CBlob::assign(const unsigned char* data, unsigned long size) {
+    RequireSource(data, size);
+    if (size <= m_capacity) {
+        if (size != 0) {
+            std::memmove(m_data.get(), data, size);
+        }
+    } else {
+        std::unique_ptr<unsigned char[]> fresh(new unsigned char[size]);
+        std::memcpy(fresh.get(), data, size);
+        m_data = std::move(fresh);
+        m_capacity = size;
+    }
+    m_size = size;
+}
+
+void CBlob::resize_to(unsigned long size) {
+    if (size > m_capacity) {
+        std::unique_ptr<unsigned char[]> fresh(new unsigned char[size]);
+        if (m_size != 0) {
+            std::memcpy(fresh.get(), m_data.get(), m_size);
+        }
+        m_data = std::move(fresh);
+        m_capacity = size;
+    }
+    if (size > m_size) {
+        std::memset(m_data.get() + m_size, 0, size - m_size);
+    }
+    m_size = size;
+}
+
+unsigned char* CBlob::pbData() const noexcept { return m_size != 0 ? m_data.get() : nullptr; }
+
+unsigned long CBlob::cbData() const noexcept { return m_size; }
+
+void CBlob::reverse() noexcept { std::reverse(begin(), end()); }
+
+unsigned char* CBlob::data() const noexcept { return pbData(); }
+
+unsigned long CBlob::size() const noexcept { return m_size; }
+
+bool CBlob::empty() const noexcept { return m_size == 0; }
+
+unsigned char* CBlob::begin() const noexcept { return pbData(); }
+
+unsigned char* CBlob::end() const noexcept { return pbData() + m_size; }
+
+std::vector<std::uint8_t> CBlob::to_vector() const { return {begin(), end()}; }
+
+std::string_view CBlob::to_string_view() const noexcept {
+    return {reinterpret_cast<const char*>(pbData()), m_size};
+}
+
+#if defined(__cpp_lib_span)
+std::span<const std::uint8_t> CBlob::span() const noexcept { return {pbData(), m_size}; }
+#endif
+
+bool operator==(const CBlob& a, const CBlob& b) noexcept {
+    return a.cbData() == b.cbData() && std::equal(a.begin(), a.end(), b.begin());
+}
+
+bool operator!=(const CBlob& a, const CBlob& b) noexcept { return !(a == b); }
+
+template class CDllList<CBlob>;
+
+CBlobList::CBlobList() = default;
+CBlobList::CBlobList(const CBlobList& other) = default;
+CBlobList& CBlobList::operator=(const CBlobList& other) = default;
+CBlobList::~CBlobList() = default;
+
+} // namespace Velmor

@@ -1,0 +1,270 @@
+// CDateTime: construction, GeneralizedTime parsing and formatting, chrono conversion.
+#include <cstdio>
+#include <ctime>
+#include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/datetime.h>
+#include <tuple>
+
+namespace Velmor {
+
+namespace {
+
+constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr unsigned kNanosPerSecond = 1000000000u;
+// 0000-01-01T00:00:00Z and 9999-12-31T23:59:59Z, the range a four-digit year can write.
+constexpr std::int64_t kFirstWritable = -62167219200;
+constexpr std::int64_t kLastWritable = 253402300799;
+
+struct CivilDate {
+    std::int64_t year;
+    unsigned month; // 1..12
+    unsigned day;   // 1..31
+};
+
+// Days from 1970-01-01 to the given proleptic Gregorian date. The year is shifted to start in
+// March, so that the leap day ends it, and split into 400-year eras of 146097 days each.
+std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) noexcept {
+    year -= month <= 2 ? 1 : 0;
+    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const auto yearOfEra = static_cast<unsigned>(year - era * 400);
+    const unsigned shiftedMonth = month > 2 ? month - 3 : month + 9;
+    const unsigned dayOfYear = (153 * shiftedMonth + 2) / 5 + day - 1;
+    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return era * 146097 + static_cast<std::int64_t>(dayOfEra) - 719468;
+}
+
+// The inverse of DaysFromCivil.
+CivilDate CivilFromDays(std::int64_t days) noexcept {
+    days += 719468;
+    const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
+    const unsigned yearOfEra =
+        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const unsigned shiftedMonth = (5 * dayOfYear + 2) / 153;
+    const unsigned day = dayOfYear - (153 * shiftedMonth + 2) / 5 + 1;
+    const unsigned month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
+    const std::int64_t year = static_cast<std::int64_t>(yearOfEra) + era * 400;
+    return {year + (month <= 2 ? 1 : 0), month, day};
+}
+
+bool IsLeapYear(std::int64_t year) noexcept {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+unsigned DaysInMonth(std::int64_t year, unsigned month) noexcept {
+    static constexpr unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
+}
+
+bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+// Reads exactly `count` decimal digits at p into value and advances p past them.
+bool ReadNumber(const char*& p, int count, unsigned& value) noexcept {
+    value = 0;
+    for (int i = 0; i < count; ++i, ++p) {
+        if (!IsDigit(*p)) {
+            return false;
+        }
+        value = value * 10 + static_cast<unsigned>(*p - '0');
+    }
+    return true;
+}
+
+// Reads one or more digits of a decimal fraction as nanoseconds; digits past the ninth are
+// dropped.
+bool ReadFraction(const char*& p, unsigned& nanoseconds) noexcept {
+    nanoseconds = 0;
+    unsigned scale = kNanosPerSecond;
+    const char* start = p;
+    for (; IsDigit(*p); ++p) {
+        if (scale > 1) {
+            scale /= 10;
+            nanoseconds += static_cast<unsigned>(*p - '0') * scale;
+        }
+    }
+    return p != start;
+}
+
+// Reads Z or +hhmm/-hhmm at p: the offset of the written time from UTC, in seconds.
+bool ReadZone(const char*& p, std::int64_t& offsetSeconds) noexcept {
+    offsetSeconds = 0;
+    if (*p == 'Z') {
+        ++p;
+        return true;
+    }
+    if (*p != '+' && *p != '-') {
+        return false;
+    }
+    const std::int64_t sign = *p++ == '-' ? -1 : 1;
+    unsigned hours = 0;
+    unsigned minutes = 0;
+    if (!ReadNumber(p, 2, hours) || !ReadNumber(p, 2, minutes) || hours > 23 || minutes > 59) {
+        return false;
+    }
+    offsetSeconds = sign * (hours * 3600 + minutes * 60);
+    return true;
+}
+
+struct Fields {
+    unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, nanos = 0;
+    std::int64_t offset = 0;
+};
+
+// Splits the text into its fields; checks their form, not their ranges.
+bool ReadFields(const char* p, Fields& f) noexcept {
+    if (!ReadNumber(p, 4, f.year) || !ReadNumber(p, 2, f.month) || !ReadNumber(p, 2, f.day) ||
+        !ReadNumber(p, 2, f.hour) || !ReadNumber(p, 2, f.minute)) {
+        return false;
+    }
+    if (IsDigit(*p)) {
+        if (!ReadNumber(p, 2, f.second)) {
+            return false;
+        }
+        if (*p == '.' || *p == ',') {
+            ++p;
+            if (!ReadFraction(p, f.nanos)) {
+                return false;
+            }
+        }
+    }
+    return ReadZone(p, f.offset) && *p == '\0';
+}
+
+bool FieldsInRange(const Fields& f) noexcept {
+    return f.month >= 1 && f.month <= 12 && f.day >= 1 && f.day <= DaysInMonth(f.year, f.month) &&
+           f.hour <= 23 && f.minute <= 59 && f.second <= 59;
+}
+
+// YYYYMMDDHHMMSS[.f] of a UTC-based count of seconds; the year must be writable.
+std::string FormatClock(std::int64_t seconds, unsigned nanoseconds) {
+    std::int64_t days = seconds / kSecondsPerDay;
+    std::int64_t secondOfDay = seconds % kSecondsPerDay;
+    if (secondOfDay < 0) {
+        secondOfDay += kSecondsPerDay;
+        --days;
+    }
+    const CivilDate date = CivilFromDays(days);
+    if (date.year < 0 || date.year > 9999) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+    char text[32];
+    int length =
+        std::snprintf(text, sizeof text, "%04d%02u%02u%02d%02d%02d", static_cast<int>(date.year),
+                      date.month, date.day, static_cast<int>(secondOfDay / 3600),
+                      static_cast<int>(secondOfDay / 60 % 60), static_cast<int>(secondOfDay % 60));
+    if (nanoseconds != 0) {
+        length += std::snprintf(text + length, sizeof text - length, ".%09u", nanoseconds);
+        while (text[length - 1] == '0') {
+            --length;
+        }
+    }
+    return std::string(text, static_cast<std::size_t>(length));
+}
+
+// The offset of the process's local time from UTC at the given time, in whole minutes.
+std::int64_t LocalOffsetMinutes(std::int64_t seconds) {
+    tzset();
+    const auto clock = static_cast<std::time_t>(seconds);
+    std::tm local{};
+    if (localtime_r(&clock, &local) == nullptr) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+    return static_cast<std::int64_t>(local.tm_gmtoff) / 60;
+}
+
+// "+hhmm" or "-hhmm".
+std::string FormatOffset(std::int64_t minutes) {
+    const char sign = minutes < 0 ? '-' : '+';
+    const std::int64_t magnitude = minutes < 0 ? -minutes : minutes;
+    char text[16];
+    std::snprintf(text, sizeof text, "%c%02d%02d", sign, static_cast<int>(magnitude / 60),
+                  static_cast<int>(magnitude % 60));
+    return text;
+}
+
+} // namespace
+
+CDateTime::CDateTime() noexcept : m_seconds(0), m_nanoseconds(0) {}
+
+CDateTime::CDateTime(std::int64_t seconds, unsigned int nanoseconds)
+    : m_seconds(seconds), m_nanoseconds(nanoseconds) {
+    if (nanoseconds >= kNanosPerSecond) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+}
+
+CDateTime::CDateTime(const char* generalizedTime) : CDateTime() {
+    if (!TryParseGeneralizedTime(generalizedTime, *this)) {
+        ATL::AtlThrow(Win32::CRYPT_E_ASN1_INTERNAL);
+    }
+}
+
+CDateTime::CDateTime(const CDateTime& other) noexcept = default;
+CDateTime& CDateTime::operator=(const CDateTime& other) noexcept = default;
+CDateTime::~CDateTime() = default;
+
+bool CDateTime::TryParseGeneralizedTime(const char* text, CDateTime& result) noexcept {
+    Fields f;
+    if (text == nullptr || !ReadFields(text, f) || !FieldsInRange(f)) {
+        return false;
+    }
+    const std::int64_t days = DaysFromCivil(f.year, f.month, f.day);
+    result.m_seconds = days * kSecondsPerDay + f.hour * 3600 + f.minute * 60 + f.second - f.offset;
+    result.m_nanoseconds = f.nanos;
+    return true;
+}
+
+std::string CDateTime::ToGeneralizedTime(bool utc) const {
+    // Times a day or more outside the writable range fail here, before an offset is added.
+    if (m_seconds < kFirstWritable - kSecondsPerDay || m_seconds > kLastWritable + kSecondsPerDay) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+    if (utc) {
+        return FormatClock(m_seconds, m_nanoseconds) + "Z";
+    }
+    const std::int64_t offset = LocalOffsetMinutes(m_seconds);
+    return FormatClock(m_seconds + offset * 60, m_nanoseconds) + FormatOffset(offset);
+}
+
+std::int64_t CDateTime::seconds() const noexcept { return m_seconds; }
+
+unsigned int CDateTime::nanoseconds() const noexcept { return m_nanoseconds; }
+
+std::chrono::system_clock::time_point CDateTime::ToTimePoint() const {
+    using Duration = std::chrono::system_clock::duration;
+    using std::chrono::duration_cast;
+    // One second of margin on each side leaves room for the nanoseconds.
+    const auto limit = duration_cast<std::chrono::seconds>(Duration::max()).count() - 1;
+    if (m_seconds > limit || m_seconds < -limit) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+    const auto sinceEpoch = duration_cast<Duration>(std::chrono::seconds(m_seconds)) +
+                            duration_cast<Duration>(std::chrono::nanoseconds(m_nanoseconds));
+    return std::chrono::system_clock::time_point(sinceEpoch);
+}
+
+CDateTime CDateTime::FromTimePoint(std::chrono::system_clock::time_point time) noexcept {
+    const auto sinceEpoch = time.time_since_epoch();
+    const auto whole = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    CDateTime result;
+    result.m_seconds = whole.count();
+    result.m_nanoseconds = static_cast<unsigned>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch - whole).count());
+    return result;
+}
+
+namespace {
+std::tuple<std::int64_t, unsigned> Key(const CDateTime& t) noexcept {
+    return {t.seconds(), t.nanoseconds()};
+}
+} // namespace
+
+bool operator==(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) == Key(b); }
+bool operator!=(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) != Key(b); }
+bool operator<(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) < Key(b); }
+bool operator<=(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) <= Key(b); }
+bool operator>(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) > Key(b); }
+bool operator>=(const CDateTime& a, const CDateTime& b) noexcept { return Key(a) >= Key(b); }
+
+} // namespace Velmor
