@@ -1,0 +1,62 @@
+// OCSPResponse and ResponseBytes: the outer envelope of every OCSP answer.
+#include "asn1/asn1_fields.h"
+#include "asn1/ocsp_types.h"
+
+using namespace Velmor::Asn1Rt;
+
+// ---- ResponseBytes ::= SEQUENCE { responseType OBJECT IDENTIFIER, response OCTET STRING }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ResponseBytes& v, ASN1TAG tag) {
+    const std::size_t mark = b.getMsgLen();
+    b.putOctStr(v.response);
+    b.putOid(v.responseType);
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_ResponseBytes& v, ASN1TAG tag) {
+    BerReader seq;
+    if (r.enter(tag, seq, "ResponseBytes")) {
+        seq.readOid(v.responseType);
+        seq.readOctStr(v.response);
+        r.leave(seq);
+    }
+    return r.status();
+}
+
+int asn1Copy_ResponseBytes(ASN1CTXT* ctxt, const ASN1T_ResponseBytes& from,
+                           ASN1T_ResponseBytes& to) {
+    const int st = rtCopy(ctxt, from.responseType, to.responseType);
+    return st < 0 ? st : rtCopy(ctxt, from.response, to.response);
+}
+
+// ---- OCSPResponse ::= SEQUENCE { responseStatus OCSPResponseStatus,
+//                                 responseBytes [0] EXPLICIT ResponseBytes OPTIONAL }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_OCSPResponse& v, ASN1TAG tag) {
+    const std::size_t mark = b.getMsgLen();
+    if (v.m.responseBytesPresent) {
+        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.responseBytes); });
+    }
+    b.putEnum(v.responseStatus);
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_OCSPResponse& v, ASN1TAG tag) {
+    BerReader seq;
+    if (r.enter(tag, seq, "OCSPResponse")) {
+        seq.readEnum(v.responseStatus);
+        v.m.responseBytesPresent = seq.nextIs(asn1CtxtConsTag(0));
+        if (v.m.responseBytesPresent) {
+            readExplicit(seq, 0, "responseBytes",
+                         [&](BerReader& in) { asn1D(in, v.responseBytes); });
+        }
+        r.leave(seq);
+    }
+    return r.status();
+}
+
+int asn1Copy_OCSPResponse(ASN1CTXT* ctxt, const ASN1T_OCSPResponse& from, ASN1T_OCSPResponse& to) {
+    to.m = from.m;
+    to.responseStatus = from.responseStatus;
+    return asn1Copy_ResponseBytes(ctxt, from.responseBytes, to.responseBytes);
+}

@@ -1,0 +1,229 @@
+// Certificate (RFC 5280 section 4.1) with its whole TBSCertificate.
+#include "asn1/asn1_fields.h"
+#include "asn1/pkix_types.h"
+
+using namespace Velmor::Asn1Rt;
+
+// ---- Time ::= CHOICE { utcTime UTCTime, generalTime GeneralizedTime }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Time& v, ASN1TAG /*tag*/) {
+    switch (v.t) {
+    case T_Time_utcTime:
+        return b.putString(v.value, ASN1TAG_UTCTIME);
+    case T_Time_generalTime:
+        return b.putString(v.value, ASN1TAG_GENERALIZEDTIME);
+    default:
+        return b.fail(RTERR_INVPARAM, "Time: unknown choice");
+    }
+}
+
+int asn1D(BerReader& r, ASN1T_Time& v, ASN1TAG /*tag*/) {
+    if (r.nextIs(ASN1TAG_UTCTIME) || r.nextIs(ASN1TAG_UTCTIME | TM_CONS)) {
+        v.t = T_Time_utcTime;
+        r.readTime(v.value, ASN1TAG_UTCTIME);
+    } else {
+        v.t = T_Time_generalTime;
+        r.readTime(v.value, ASN1TAG_GENERALIZEDTIME);
+    }
+    return r.status();
+}
+
+int asn1Copy_Time(ASN1CTXT* ctxt, const ASN1T_Time& from, ASN1T_Time& to) {
+    to.t = from.t;
+    return rtCopy(ctxt, from.value, to.value);
+}
+
+// ---- Validity ::= SEQUENCE { notBefore Time, notAfter Time }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Validity& v, ASN1TAG tag) {
+    const std::size_t mark = b.getMsgLen();
+    asn1E(b, v.notAfter);
+    asn1E(b, v.notBefore);
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_Validity& v, ASN1TAG tag) {
+    BerReader seq;
+    if (r.enter(tag, seq, "Validity")) {
+        asn1D(seq, v.notBefore);
+        asn1D(seq, v.notAfter);
+        r.leave(seq);
+    }
+    return r.status();
+}
+
+int asn1Copy_Validity(ASN1CTXT* ctxt, const ASN1T_Validity& from, ASN1T_Validity& to) {
+    const int st = asn1Copy_Time(ctxt, from.notBefore, to.notBefore);
+    return st < 0 ? st : asn1Copy_Time(ctxt, from.notAfter, to.notAfter);
+}
+
+// ---- SubjectPublicKeyInfo ::= SEQUENCE { algorithm AlgorithmIdentifier,
+//                                          subjectPublicKey BIT STRING }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_SubjectPublicKeyInfo& v, ASN1TAG tag) {
+    const std::size_t mark = b.getMsgLen();
+    b.putBitStr(v.subjectPublicKey);
+    asn1E(b, v.algorithm);
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_SubjectPublicKeyInfo& v, ASN1TAG tag) {
+    BerReader seq;
+    if (r.enter(tag, seq, "SubjectPublicKeyInfo")) {
+        asn1D(seq, v.algorithm);
+        seq.readBitStr(v.subjectPublicKey);
+        r.leave(seq);
+    }
+    return r.status();
+}
+
+int asn1Copy_SubjectPublicKeyInfo(ASN1CTXT* ctxt, const ASN1T_SubjectPublicKeyInfo& from,
+                                  ASN1T_SubjectPublicKeyInfo& to) {
+    const int st = asn1Copy_AlgorithmIdentifier(ctxt, from.algorithm, to.algorithm);
+    return st < 0 ? st : rtCopy(ctxt, from.subjectPublicKey, to.subjectPublicKey);
+}
+
+// ---- TBSCertificate ::= SEQUENCE {
+//        version [0] EXPLICIT Version DEFAULT v1, serialNumber CertificateSerialNumber,
+//        signature AlgorithmIdentifier, issuer Name, validity Validity, subject Name,
+//        subjectPublicKeyInfo SubjectPublicKeyInfo,
+//        issuerUniqueID [1] IMPLICIT UniqueIdentifier OPTIONAL,
+//        subjectUniqueID [2] IMPLICIT UniqueIdentifier OPTIONAL,
+//        extensions [3] EXPLICIT Extensions OPTIONAL }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_TBSCertificate& v, ASN1TAG tag) {
+    const std::size_t mark = b.getMsgLen();
+    if (v.m.extensionsPresent) {
+        writeExplicit(b, 3, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.extensions); });
+    }
+    if (v.m.subjectUniqueIDPresent) {
+        b.putBitStr(v.subjectUniqueID, asn1CtxtTag(2));
+    }
+    if (v.m.issuerUniqueIDPresent) {
+        b.putBitStr(v.issuerUniqueID, asn1CtxtTag(1));
+    }
+    asn1E(b, v.subjectPublicKeyInfo);
+    asn1E(b, v.subject);
+    asn1E(b, v.validity);
+    asn1E(b, v.issuer);
+    asn1E(b, v.signature);
+    b.putBigInt(v.serialNumber);
+    if (v.m.versionPresent && v.version != 0) {
+        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { w.putInt(v.version); });
+    }
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_TBSCertificate& v, ASN1TAG tag) {
+    BerReader seq;
+    if (!r.enter(tag, seq, "TBSCertificate")) {
+        return r.status();
+    }
+    v.m.versionPresent = seq.nextIs(asn1CtxtConsTag(0));
+    if (v.m.versionPresent) {
+        readExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
+    }
+    seq.readBigInt(v.serialNumber);
+    asn1D(seq, v.signature);
+    asn1D(seq, v.issuer);
+    asn1D(seq, v.validity);
+    asn1D(seq, v.subject);
+    asn1D(seq, v.subjectPublicKeyInfo);
+    v.m.issuerUniqueIDPresent = seq.nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
+    if (v.m.issuerUniqueIDPresent) {
+        seq.readBitStr(v.issuerUniqueID, asn1CtxtTag(1));
+    }
+    v.m.subjectUniqueIDPresent = seq.nextIs(asn1CtxtTag(2)) || seq.nextIs(asn1CtxtConsTag(2));
+    if (v.m.subjectUniqueIDPresent) {
+        seq.readBitStr(v.subjectUniqueID, asn1CtxtTag(2));
+    }
+    v.m.extensionsPresent = seq.nextIs(asn1CtxtConsTag(3));
+    if (v.m.extensionsPresent) {
+        readExplicit(seq, 3, "extensions", [&](BerReader& in) { asn1D(in, v.extensions); });
+    }
+    r.leave(seq);
+    return r.status();
+}
+
+int asn1Copy_TBSCertificate(ASN1CTXT* ctxt, const ASN1T_TBSCertificate& from,
+                            ASN1T_TBSCertificate& to) {
+    to.m = from.m;
+    to.version = from.version;
+    int st = rtCopy(ctxt, from.serialNumber, to.serialNumber);
+    if (st >= 0) {
+        st = asn1Copy_AlgorithmIdentifier(ctxt, from.signature, to.signature);
+    }
+    if (st >= 0) {
+        st = asn1Copy_Name(ctxt, from.issuer, to.issuer);
+    }
+    if (st >= 0) {
+        st = asn1Copy_Validity(ctxt, from.validity, to.validity);
+    }
+    if (st >= 0) {
+        st = asn1Copy_Name(ctxt, from.subject, to.subject);
+    }
+    if (st >= 0) {
+        st =
+            asn1Copy_SubjectPublicKeyInfo(ctxt, from.subjectPublicKeyInfo, to.subjectPublicKeyInfo);
+    }
+    if (st >= 0) {
+        st = rtCopy(ctxt, from.issuerUniqueID, to.issuerUniqueID);
+    }
+    if (st >= 0) {
+        st = rtCopy(ctxt, from.subjectUniqueID, to.subjectUniqueID);
+    }
+    return st < 0 ? st : asn1Copy_Extensions(ctxt, from.extensions, to.extensions);
+}
+
+// ---- Certificate ::= SEQUENCE { tbsCertificate TBSCertificate,
+//        signatureAlgorithm AlgorithmIdentifier, signature BIT STRING }
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Certificate& v, ASN1TAG tag) {
+    if (v.raw.numocts != 0) {
+        return b.putOpenType(v.raw);
+    }
+    const std::size_t mark = b.getMsgLen();
+    b.putBitStr(v.signature);
+    asn1E(b, v.signatureAlgorithm);
+    asn1E(b, v.tbsCertificate);
+    return b.wrap(tag, mark);
+}
+
+int asn1D(BerReader& r, ASN1T_Certificate& v, ASN1TAG tag) {
+    const std::size_t start = r.offset();
+    BerReader seq;
+    if (r.enter(tag, seq, "Certificate")) {
+        asn1D(seq, v.tbsCertificate);
+        asn1D(seq, v.signatureAlgorithm);
+        seq.readBitStr(v.signature);
+        r.leave(seq);
+    }
+    keepRaw(r, start, v.raw);
+    return r.status();
+}
+
+int asn1Copy_Certificate(ASN1CTXT* ctxt, const ASN1T_Certificate& from, ASN1T_Certificate& to) {
+    int st = asn1Copy_TBSCertificate(ctxt, from.tbsCertificate, to.tbsCertificate);
+    if (st >= 0) {
+        st = asn1Copy_AlgorithmIdentifier(ctxt, from.signatureAlgorithm, to.signatureAlgorithm);
+    }
+    if (st >= 0) {
+        st = rtCopy(ctxt, from.signature, to.signature);
+    }
+    return st < 0 ? st : rtCopy(ctxt, from.raw, to.raw);
+}
+
+// ---- SEQUENCE OF Certificate
+
+int asn1E(ASN1BEREncodeBuffer& b, const ASN1T__SeqOfCertificate& v, ASN1TAG tag) {
+    return writeSeqOf<ASN1T_Certificate>(b, v, tag);
+}
+
+int asn1D(BerReader& r, ASN1T__SeqOfCertificate& v, ASN1TAG tag) {
+    return readSeqOf<ASN1T_Certificate>(r, v, tag, "SEQUENCE OF Certificate");
+}
+
+int asn1Copy__SeqOfCertificate(ASN1CTXT* ctxt, const ASN1T__SeqOfCertificate& from,
+                               ASN1T__SeqOfCertificate& to) {
+    return rtCopyList<ASN1T_Certificate>(ctxt, from, to, asn1Copy_Certificate);
+}

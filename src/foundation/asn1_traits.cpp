@@ -1,0 +1,393 @@
+#include "foundation/asn1_traits.h"
+
+#include "foundation/codec_frame.h"
+#include "foundation/oid_text.h"
+
+#include <cstring>
+#include <pki/ocsp/atl_exception.h>
+#include <string>
+
+using namespace Velmor::Win32;
+using Velmor::Codec::AllocZ;
+using Velmor::Codec::CopyBytes;
+
+namespace Velmor::ASN1 {
+
+namespace {
+
+unsigned long ToLength(std::size_t size) { return static_cast<unsigned long>(size); }
+
+CBlob BlobOf(const ASN1OCTET* data, std::size_t size) {
+    return size == 0 ? CBlob() : CBlob(data, ToLength(size));
+}
+
+const char* CopyText(ASN1CTXT* ctxt, const std::string& text) {
+    char* copy = rtMemStrNDup(ctxt, text.data(), text.size());
+    if (copy == nullptr) {
+        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+    }
+    return copy;
+}
+
+// A fresh T in context memory appended to list.
+template <class T> T& AppendNew(ASN1CTXT* ctxt, OSRTDList& list) {
+    T* element = new (AllocZ(ctxt, sizeof(T))) T();
+    if (rtDListAppend(ctxt, &list, element) < 0) {
+        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+    }
+    return *element;
+}
+
+// Calls visit(const T&) for each element of a list of T.
+template <class T, class F> void ForEach(const OSRTDList& list, F&& visit) {
+    for (const OSRTDListNode* node = list.head; node != nullptr; node = node->next) {
+        visit(*static_cast<const T*>(node->data));
+    }
+}
+
+// ReasonFlags: bit n of the mask is the BIT STRING's bit n (the high bit of octet 0 is
+// bit 0). DER drops trailing zero bits.
+ASN1TDynBitStr ReasonBitsFromMask(ASN1CTXT* ctxt, unsigned mask) {
+    ASN1TDynBitStr bits;
+    ASN1OCTET octets[sizeof(unsigned)] = {};
+    for (unsigned n = 0; n < 8 * sizeof(unsigned); ++n) {
+        if ((mask >> n) & 1u) {
+            octets[n / 8] = static_cast<ASN1OCTET>(octets[n / 8] | (0x80u >> (n % 8)));
+            bits.numbits = n + 1;
+        }
+    }
+    bits.data = CopyBytes(ctxt, octets, (bits.numbits + 7) / 8);
+    return bits;
+}
+
+unsigned ReasonMaskFromBits(const ASN1TDynBitStr& bits) {
+    unsigned mask = 0;
+    for (OSUINT32 n = 0; n < bits.numbits && n < 8 * sizeof(unsigned); ++n) {
+        if (bits.data[n / 8] & (0x80u >> (n % 8))) {
+            mask |= 1u << n;
+        }
+    }
+    return mask;
+}
+
+void SetGeneralNames(ASN1CTXT* ctxt, ASN1T_GeneralNames& out, const CGeneralNames& names) {
+    rtDListInit(&out);
+    for (const CGeneralName& name : names) {
+        ASN1T_GeneralName_traits::set(ctxt, AppendNew<ASN1T_GeneralName>(ctxt, out), name);
+    }
+}
+
+CGeneralNames GetGeneralNames(const ASN1T_GeneralNames& in) {
+    CGeneralNames names;
+    ForEach<ASN1T_GeneralName>(in, [&](const ASN1T_GeneralName& element) {
+        CGeneralName name;
+        ASN1T_GeneralName_traits::get(element, name);
+        names.push_back(name);
+    });
+    return names;
+}
+
+} // namespace
+
+// ---- Strings, identifiers, times
+
+void ASN1TDynOctStr_traits::set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value) {
+    out.data = CopyBytes(ctxt, value.pbData(), value.cbData());
+    out.numocts = static_cast<OSUINT32>(value.cbData());
+}
+
+void ASN1TDynOctStr_traits::get(const ASN1TDynOctStr& in, CBlob& value) {
+    value = BlobOf(in.data, in.numocts);
+}
+
+void ASN1TDynBitStr_traits::set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value) {
+    out.data = CopyBytes(ctxt, value.pbData(), value.cbData());
+    out.numbits = static_cast<OSUINT32>(value.cbData() * 8);
+}
+
+void ASN1TDynBitStr_traits::get(const ASN1TDynBitStr& in, CBlob& value) {
+    value = BlobOf(in.data, (static_cast<std::size_t>(in.numbits) + 7) / 8);
+}
+
+void ASN1TObjId_traits::set(ASN1CTXT* ctxt, ASN1OBJID& out, const char* text) {
+    if (text == nullptr) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    const std::size_t length = std::strlen(text);
+    auto* contents = static_cast<std::uint8_t*>(AllocZ(ctxt, length + 1));
+    const std::size_t size = Velmor::Codec::OidTextToContents(text, contents);
+    if (size == 0) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    out.data = contents;
+    out.numocts = static_cast<OSUINT32>(size);
+}
+
+void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
+    std::string dotted;
+    if (!Velmor::Codec::OidContentsToText(in.data, in.numocts, dotted)) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    text = CStringProxy(dotted.c_str());
+}
+
+void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
+    out = DateToASN1GeneralizedTime(ctxt, value, true);
+}
+
+void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) { value = CDateTime(in); }
+
+CBlob ASN1GeneralizedTime_traits::encode(const CDateTime& value) {
+    ASN1BEREncodeBuffer buffer;
+    const std::string text = value.ToGeneralizedTime(true);
+    return Velmor::Codec::TakeEncoding(buffer,
+                                       buffer.putString(text.c_str(), ASN1TAG_GENERALIZEDTIME));
+}
+
+void ASN1GeneralizedTime_traits::decode(const CBlob& der, CDateTime& value) {
+    Velmor::Codec::RequireNonEmpty(der);
+    ASN1BERDecodeBuffer buffer(der.pbData(), der.cbData());
+    BerReader reader(buffer.getCtxtPtr(), der.pbData(), der.cbData());
+    const char* text = nullptr;
+    reader.readTime(text, ASN1TAG_GENERALIZEDTIME);
+    Velmor::Codec::ThrowIfFailed(reader.more() ? RTERR_TRAILING : reader.status());
+    value = CDateTime(text);
+}
+
+const char* DateToASN1GeneralizedTime(ASN1CTXT* ctxt, const CDateTime& date, bool utc) {
+    return CopyText(ctxt, date.ToGeneralizedTime(utc));
+}
+
+// ---- Names and general names
+
+void ASN1T_Name_traits::set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der) {
+    Velmor::Codec::RequireNonEmpty(der);
+    Velmor::Codec::DecodeInto(ctxt, der, out, asn1Copy_Name);
+}
+
+void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) {
+    der = Velmor::Codec::EncodeToBlob(in);
+}
+
+void ASN1T_GeneralName_traits::set(ASN1CTXT* ctxt, ASN1T_GeneralName& out,
+                                   const CGeneralName& value) {
+    const auto choice = value.get_choice();
+    out.t = static_cast<OSUINT32>(choice) + 1;
+    if (const CBlob* other = value.get_other()) {
+        out.other.data = CopyBytes(ctxt, other->pbData(), other->cbData());
+        out.other.numocts = static_cast<OSUINT32>(other->cbData());
+    } else if (const CBlob* name = value.get_directoryName()) {
+        ASN1T_Name_traits::set(ctxt, out.directoryName, *name);
+    } else if (const CBlob* address = value.get_iPAddress()) {
+        ASN1TDynOctStr_traits::set(ctxt, out.iPAddress, *address);
+    } else if (const char* oid = value.get_registeredID()) {
+        ASN1TObjId_traits::set(ctxt, out.registeredID, oid);
+    } else if (const char* text = value.get_rfc822Name() ? value.get_rfc822Name()
+                                  : value.get_dNSName()  ? value.get_dNSName()
+                                                         : value.get_uniformResourceIdentifier()) {
+        out.text = CopyText(ctxt, text);
+    } else {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL); // a GeneralName that was never given a value
+    }
+}
+
+void ASN1T_GeneralName_traits::get(const ASN1T_GeneralName& in, CGeneralName& value) {
+    CGeneralName name;
+    switch (in.t) {
+    case T_GeneralName_otherName:
+    case T_GeneralName_x400Address:
+    case T_GeneralName_ediPartyName:
+        name.put_other(static_cast<CGeneralName::Choice>(in.t - 1),
+                       BlobOf(in.other.data, in.other.numocts));
+        break;
+    case T_GeneralName_rfc822Name:
+        name.put_rfc822Name(in.text);
+        break;
+    case T_GeneralName_dNSName:
+        name.put_dNSName(in.text);
+        break;
+    case T_GeneralName_uniformResourceIdentifier:
+        name.put_uniformResourceIdentifier(in.text);
+        break;
+    case T_GeneralName_directoryName: {
+        CBlob der;
+        ASN1T_Name_traits::get(in.directoryName, der);
+        name.put_directoryName(der);
+        break;
+    }
+    case T_GeneralName_iPAddress:
+        name.put_iPAddress(BlobOf(in.iPAddress.data, in.iPAddress.numocts));
+        break;
+    case T_GeneralName_registeredID: {
+        CStringProxy oid;
+        ASN1TObjId_traits::get(in.registeredID, oid);
+        name.put_registeredID(oid.c_str());
+        break;
+    }
+    default:
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    value = name;
+}
+
+// ---- Extensions
+
+void ASN1T_Extensions_traits::set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions& value) {
+    rtDListInit(&out);
+    for (const CExtension& extension : value) {
+        auto& element = AppendNew<ASN1T_Extension>(ctxt, out);
+        ASN1TObjId_traits::set(ctxt, element.extnID, extension.get_extnID());
+        element.critical = extension.get_critical();
+        ASN1TDynOctStr_traits::set(ctxt, element.extnValue, extension.get_extnValue());
+    }
+}
+
+void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value) {
+    CExtensions extensions;
+    ForEach<ASN1T_Extension>(in, [&](const ASN1T_Extension& element) {
+        CStringProxy oid;
+        ASN1TObjId_traits::get(element.extnID, oid);
+        extensions.push_back(CExtension(oid.c_str(), element.critical,
+                                        BlobOf(element.extnValue.data, element.extnValue.numocts)));
+    });
+    value = extensions;
+}
+
+// ---- CRL distribution points
+
+void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSyntax& out,
+                                           const CCRLDistPointsSyntax& value) {
+    rtDListInit(&out);
+    for (const CDistributionPoint& point : value) {
+        auto& element = AppendNew<ASN1T_DistributionPoint>(ctxt, out);
+        if (const CGeneralNames* fullName = point.get_fullName()) {
+            element.m.distributionPointPresent = 1;
+            element.distributionPoint.t = T_DistributionPointName_fullName;
+            SetGeneralNames(ctxt, element.distributionPoint.fullName, *fullName);
+        } else if (const CBlob* relative = point.get_nameRelativeToCRLIssuer()) {
+            element.m.distributionPointPresent = 1;
+            element.distributionPoint.t = T_DistributionPointName_nameRelativeToCRLIssuer;
+            Velmor::Codec::RequireNonEmpty(*relative);
+            Velmor::Codec::DecodeInto(ctxt, *relative,
+                                      element.distributionPoint.nameRelativeToCRLIssuer,
+                                      asn1Copy_RelativeDistinguishedName);
+        }
+        if (const unsigned* reasons = point.get_reasons()) {
+            element.m.reasonsPresent = 1;
+            element.reasons = ReasonBitsFromMask(ctxt, *reasons);
+        }
+        if (const CGeneralNames* issuer = point.get_cRLIssuer()) {
+            element.m.cRLIssuerPresent = 1;
+            SetGeneralNames(ctxt, element.cRLIssuer, *issuer);
+        }
+    }
+}
+
+void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
+                                           CCRLDistPointsSyntax& value) {
+    CCRLDistPointsSyntax points;
+    ForEach<ASN1T_DistributionPoint>(in, [&](const ASN1T_DistributionPoint& element) {
+        CDistributionPoint point;
+        if (element.m.distributionPointPresent &&
+            element.distributionPoint.t == T_DistributionPointName_fullName) {
+            const CGeneralNames names = GetGeneralNames(element.distributionPoint.fullName);
+            point.put_fullName(&names);
+        } else if (element.m.distributionPointPresent) {
+            const CBlob rdn =
+                Velmor::Codec::EncodeToBlob(element.distributionPoint.nameRelativeToCRLIssuer);
+            point.put_nameRelativeToCRLIssuer(&rdn);
+        }
+        if (element.m.reasonsPresent) {
+            const unsigned mask = ReasonMaskFromBits(element.reasons);
+            point.put_reasons(&mask);
+        }
+        if (element.m.cRLIssuerPresent) {
+            const CGeneralNames issuer = GetGeneralNames(element.cRLIssuer);
+            point.put_cRLIssuer(&issuer);
+        }
+        points.push_back(point);
+    });
+    value = points;
+}
+
+// ---- Authority information access
+
+void ASN1T_AuthorityInfoAccessSyntax_traits::set(ASN1CTXT* ctxt,
+                                                 ASN1T_AuthorityInfoAccessSyntax& out,
+                                                 const CAuthorityInfoAccessSyntax& value) {
+    rtDListInit(&out);
+    for (const CAccessDescription& description : value) {
+        auto& element = AppendNew<ASN1T_AccessDescription>(ctxt, out);
+        ASN1TObjId_traits::set(ctxt, element.accessMethod, description.get_accessMethod());
+        ASN1T_GeneralName_traits::set(ctxt, element.accessLocation,
+                                      description.get_accessLocation());
+    }
+}
+
+void ASN1T_AuthorityInfoAccessSyntax_traits::get(const ASN1T_AuthorityInfoAccessSyntax& in,
+                                                 CAuthorityInfoAccessSyntax& value) {
+    CAuthorityInfoAccessSyntax descriptions;
+    ForEach<ASN1T_AccessDescription>(in, [&](const ASN1T_AccessDescription& element) {
+        CStringProxy method;
+        ASN1TObjId_traits::get(element.accessMethod, method);
+        CGeneralName location;
+        ASN1T_GeneralName_traits::get(element.accessLocation, location);
+        descriptions.push_back(CAccessDescription(method.c_str(), location));
+    });
+    value = descriptions;
+}
+
+// ---- Algorithm identifiers and integers
+
+ASN1T_AlgorithmIdentifier& ASN1T_AlgorithmIdentifier_set(ASN1CTXT* ctxt, const char* oid,
+                                                         const CBlob* parameters) {
+    auto* out = new (AllocZ(ctxt, sizeof(ASN1T_AlgorithmIdentifier))) ASN1T_AlgorithmIdentifier();
+    ASN1TObjId_traits::set(ctxt, out->algorithm, oid);
+    if (parameters != nullptr && parameters->cbData() != 0) {
+        out->m.parametersPresent = 1;
+        out->parameters.data = CopyBytes(ctxt, parameters->pbData(), parameters->cbData());
+        out->parameters.numocts = static_cast<OSUINT32>(parameters->cbData());
+    }
+    return *out;
+}
+
+void ASN1T_AlgorithmIdentifier_get(CAlgorithmIdentifier& out, const ASN1T_AlgorithmIdentifier& in) {
+    CStringProxy oid;
+    ASN1TObjId_traits::get(in.algorithm, oid);
+    const CBlob parameters =
+        in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts) : CBlob();
+    out.put_algorithm(oid.c_str());
+    out.put_parameters(parameters);
+}
+
+const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    const CBlob& content = value.get_content();
+    std::string text = "0x";
+    for (unsigned long i = 0; i < content.cbData(); ++i) {
+        text += kDigits[content.pbData()[i] >> 4];
+        text += kDigits[content.pbData()[i] & 0x0F];
+    }
+    return CopyText(ctxt, text);
+}
+
+CBigInteger ASN1StringToBigInteger(const char* text) {
+    // The runtime's INTEGER writer knows both text forms; its output's contents octets are
+    // the integer's.
+    ASN1BEREncodeBuffer buffer;
+    const int length = buffer.putBigInt(text);
+    if (length < 3) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    ASN1BERDecodeBuffer reader(buffer.getMsgPtr(), static_cast<std::size_t>(length));
+    BerReader integer(reader.getCtxtPtr(), buffer.getMsgPtr(), static_cast<std::size_t>(length));
+    const ASN1OCTET* content = nullptr;
+    std::size_t size = 0;
+    integer.readPrimitive(ASN1TAG_INTEGER, content, size);
+    Velmor::Codec::ThrowIfFailed(integer.status());
+    CBigInteger result;
+    result.decode(CBlob(content, ToLength(size)));
+    return result;
+}
+
+} // namespace Velmor::ASN1

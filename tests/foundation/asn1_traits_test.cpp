@@ -1,0 +1,288 @@
+// The converters between value types and ASN.1 structures: exact DER of what set fills,
+// and get giving back an equal value from that DER.
+#include "foundation/asn1_traits.h"
+
+#include <gtest/gtest.h>
+
+#include "foundation/codec_frame.h"
+#include "foundation/oid_text.h"
+#include "support/test_support.h"
+
+using namespace Velmor;
+using namespace Velmor::ASN1;
+using namespace Velmor::Win32;
+using velmor_test::Bytes;
+using velmor_test::FromHex;
+using velmor_test::ToHex;
+
+namespace {
+
+std::string HexOf(const CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
+
+// The DER of the structure that traits::set fills from value.
+template <class Structure, class Traits, class Value> std::string EncodeWith(const Value& value) {
+    ASN1BEREncodeBuffer buffer;
+    Structure structure{};
+    Traits::set(buffer.getCtxtPtr(), structure, value);
+    return HexOf(Velmor::Codec::TakeEncoding(buffer, asn1E(buffer, structure)));
+}
+
+// The value that traits::get builds from a DER structure.
+template <class Structure, class Traits, class Value> Value DecodeWith(std::string_view hex) {
+    const Bytes der = FromHex(hex);
+    ASN1BERDecodeBuffer buffer(der.data(), der.size());
+    Structure structure{};
+    ASN1CTypeT<Structure> control(buffer, structure);
+    Velmor::Codec::ThrowIfFailed(control.Decode());
+    Value value;
+    Traits::get(structure, value);
+    return value;
+}
+
+std::string OidHex(const char* text) {
+    std::uint8_t out[256];
+    const std::size_t size = Velmor::Codec::OidTextToContents(text, out);
+    return ToHex(out, size);
+}
+
+std::string OidText(std::string_view hex) {
+    const Bytes contents = FromHex(hex);
+    std::string text;
+    return Velmor::Codec::OidContentsToText(contents.data(), contents.size(), text) ? text
+                                                                                    : "invalid";
+}
+
+// CN=test as a Name: SEQUENCE { SET { SEQUENCE { 2.5.4.3, UTF8String "test" } } }.
+constexpr const char* kNameCnTest = "300f310d300b06035504030c0474657374";
+
+} // namespace
+
+TEST(OidText, ConvertsBothWaysForArcsOfAnySize) {
+    EXPECT_EQ(OidHex("1.3.6.1.5.5.7.48.1.1"), "2b0601050507300101");
+    EXPECT_EQ(OidHex("2.999.3"), "883703");
+    EXPECT_EQ(OidHex("0.0"), "00");
+    EXPECT_EQ(OidHex("2.25.329800735698586629295641978511506172918"),
+              "6983f09da7ebcfdee0c7a1a7b2c0948cc8f9d776");
+    for (const char* text : {"1.2.840.113549.1.1.11", "2.999.3", "1.39.18446744073709551616",
+                             "2.25.329800735698586629295641978511506172918"}) {
+        EXPECT_EQ(OidText(OidHex(text)), text);
+    }
+    EXPECT_EQ(OidText("883703"), "2.999.3");
+    EXPECT_EQ(OidText("4f"), "1.39");
+    EXPECT_EQ(OidText("50"), "2.0");
+}
+
+TEST(OidText, RejectsWhatIsNotAnOid) {
+    for (const char* text : {"", "1", "3.1", "1.40", "0.40", "01.2", "1.02", "1..2", "1.2.", ".1.2",
+                             "1.2.a", "-1.2", "1.2 "}) {
+        EXPECT_EQ(OidHex(text), "") << text;
+    }
+    EXPECT_EQ(OidText(""), "invalid");
+    EXPECT_EQ(OidText("2b86"), "invalid");   // ends inside a subidentifier
+    EXPECT_EQ(OidText("2b8001"), "invalid"); // subidentifier with a leading zero group
+}
+
+TEST(ObjIdTraits, SetThrowsForBadTextAndGetForBadContents) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1OBJID oid;
+    EXPECT_HRESULT_THROW(ASN1TObjId_traits::set(buffer.getCtxtPtr(), oid, "1.40"),
+                         CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1TObjId_traits::set(buffer.getCtxtPtr(), oid, nullptr),
+                         CRYPT_E_ASN1_INTERNAL);
+    const std::uint8_t bad[] = {0x2b, 0x86};
+    CStringProxy text("kept");
+    EXPECT_HRESULT_THROW(ASN1TObjId_traits::get(ASN1OBJID{2, bad}, text), CRYPT_E_ASN1_INTERNAL);
+    EXPECT_STREQ(text.c_str(), "kept");
+}
+
+TEST(GeneralizedTimeTraits, EncodesUtcAndReadsItBack) {
+    EXPECT_EQ(HexOf(ASN1GeneralizedTime_traits::encode(CDateTime(0, 0))),
+              "180f31393730303130313030303030305a");
+    const CDateTime withFraction(1700000000, 250000000);
+    const CBlob der = ASN1GeneralizedTime_traits::encode(withFraction);
+    EXPECT_EQ(der.to_string_view().substr(2), "20231114221320.25Z");
+    CDateTime back;
+    ASN1GeneralizedTime_traits::decode(der, back);
+    EXPECT_TRUE(back == withFraction);
+
+    CDateTime unchanged(5, 0);
+    EXPECT_HRESULT_THROW(ASN1GeneralizedTime_traits::decode(
+                             CBlob(FromHex("170d3233313131343232313332305a")), unchanged),
+                         CRYPT_E_ASN1_INTERNAL); // a UTCTime is not a GeneralizedTime
+    EXPECT_HRESULT_THROW(
+        ASN1GeneralizedTime_traits::decode(CBlob(FromHex("1805323032335a")), unchanged),
+        CRYPT_E_ASN1_INTERNAL); // not a time
+    EXPECT_TRUE(unchanged == CDateTime(5, 0));
+}
+
+TEST(NameTraits, KeepsTheNameExactlyAndRejectsWhatIsNotAName) {
+    const CBlob name(FromHex(kNameCnTest));
+    EXPECT_EQ((EncodeWith<ASN1T_Name, ASN1T_Name_traits>(name)), kNameCnTest);
+    EXPECT_EQ(HexOf(DecodeWith<ASN1T_Name, ASN1T_Name_traits, CBlob>(kNameCnTest)), kNameCnTest);
+
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_Name out;
+    EXPECT_HRESULT_THROW(ASN1T_Name_traits::set(buffer.getCtxtPtr(), out, CBlob(FromHex("0400"))),
+                         CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1T_Name_traits::set(buffer.getCtxtPtr(), out,
+                                                CBlob(FromHex(std::string(kNameCnTest) + "00"))),
+                         CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1T_Name_traits::set(buffer.getCtxtPtr(), out, CBlob()), E_INVALIDARG);
+}
+
+TEST(NameTraits, OutlivesTheBlobItCameFrom) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_Name out;
+    {
+        CBlob name(FromHex(kNameCnTest));
+        ASN1T_Name_traits::set(buffer.getCtxtPtr(), out, name);
+        std::fill(name.begin(), name.end(), 0);
+    }
+    EXPECT_EQ(HexOf(Velmor::Codec::TakeEncoding(buffer, asn1E(buffer, out))), kNameCnTest);
+}
+
+TEST(ExtensionsTraits, RoundTripWithExactBytes) {
+    CExtensions extensions;
+    extensions.push_back(CExtension("1.3.6.1.5.5.7.48.1.2", false, CBlob(FromHex("0402aabb"))));
+    extensions.push_back(CExtension("2.5.29.19", true, CBlob(FromHex("3000"))));
+    const std::string expected = "3021"
+                                 "3011 06092b0601050507300102 04040402aabb"
+                                 "300c 0603551d13 0101ff 04023000";
+    const std::string der = EncodeWith<ASN1T_Extensions, ASN1T_Extensions_traits>(extensions);
+    EXPECT_EQ(der, ToHex(FromHex(expected)));
+
+    const auto back = DecodeWith<ASN1T_Extensions, ASN1T_Extensions_traits, CExtensions>(der);
+    ASSERT_EQ(back.size(), 2u);
+    EXPECT_TRUE(back.front() == extensions.front());
+    EXPECT_TRUE(back.back() == extensions.back());
+}
+
+TEST(ExtensionsTraits, ExplicitFalseCriticalIsReadAndNotWritten) {
+    const auto back = DecodeWith<ASN1T_Extensions, ASN1T_Extensions_traits, CExtensions>(
+        "300e300c0603551d130101000402 3000");
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_FALSE(back.front().get_critical());
+    EXPECT_EQ((EncodeWith<ASN1T_Extensions, ASN1T_Extensions_traits>(back)),
+              "300b30090603551d1304023000");
+}
+
+TEST(GeneralNameTraits, EveryChoiceHasItsTag) {
+    struct Case {
+        CGeneralName name;
+        const char* der;
+    };
+    std::vector<Case> cases(7);
+    cases[0].name.put_rfc822Name("a@b");
+    cases[0].der = "8103614062";
+    cases[1].name.put_dNSName("a.b");
+    cases[1].der = "8203612e62";
+    cases[2].name.put_uniformResourceIdentifier("http://o");
+    cases[2].der = "8608687474703a2f2f6f";
+    cases[3].name.put_iPAddress(CBlob(FromHex("7f000001")));
+    cases[3].der = "87047f000001";
+    cases[4].name.put_registeredID("1.2.3");
+    cases[4].der = "88022a03";
+    cases[5].name.put_directoryName(CBlob(FromHex(kNameCnTest)));
+    cases[5].der = "a411300f310d300b06035504030c0474657374";
+    cases[6].name.put_other(CGeneralName::otherName, CBlob(FromHex("a00806032a03048101ff")));
+    cases[6].der = "a00806032a03048101ff";
+    for (const Case& c : cases) {
+        const std::string der = EncodeWith<ASN1T_GeneralName, ASN1T_GeneralName_traits>(c.name);
+        EXPECT_EQ(der, c.der);
+        const auto back =
+            DecodeWith<ASN1T_GeneralName, ASN1T_GeneralName_traits, CGeneralName>(der);
+        EXPECT_TRUE(back == c.name) << c.der;
+    }
+}
+
+TEST(GeneralNameTraits, UnsetNameCannotBeEncoded) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_GeneralName out;
+    EXPECT_HRESULT_THROW(ASN1T_GeneralName_traits::set(buffer.getCtxtPtr(), out, CGeneralName()),
+                         CRYPT_E_ASN1_INTERNAL);
+}
+
+TEST(CrlDistPointsTraits, RoundTripWithReasonsAndIssuer) {
+    CGeneralName uri;
+    uri.put_uniformResourceIdentifier("http://x/c.crl");
+    CGeneralNames names;
+    names.push_back(uri);
+    CDistributionPoint point;
+    point.put_fullName(&names);
+    const unsigned reasons =
+        (1u << CDistributionPoint::keyCompromise) | (1u << CDistributionPoint::cACompromise);
+    point.put_reasons(&reasons);
+    CCRLDistPointsSyntax points;
+    points.push_back(point);
+
+    const std::string der =
+        EncodeWith<ASN1T_CRLDistPointsSyntax, ASN1T_CRLDistPointsSyntax_traits>(points);
+    EXPECT_EQ(der, ToHex(FromHex("301a 3018 a012 a010 860e687474703a2f2f782f632e63726c "
+                                 "81020560")));
+    const auto back = DecodeWith<ASN1T_CRLDistPointsSyntax, ASN1T_CRLDistPointsSyntax_traits,
+                                 CCRLDistPointsSyntax>(der);
+    ASSERT_EQ(back.size(), 1u);
+    ASSERT_NE(back.front().get_reasons(), nullptr);
+    EXPECT_EQ(*back.front().get_reasons(), reasons);
+    ASSERT_NE(back.front().get_fullName(), nullptr);
+    EXPECT_TRUE(back.front().get_fullName()->front() == uri);
+    EXPECT_EQ(back.front().get_cRLIssuer(), nullptr);
+}
+
+TEST(CrlDistPointsTraits, RelativeNameIsKeptAsItsSet) {
+    const std::string der = "3013 3011 a00f a10d 300b06035504030c0474657374";
+    const auto points = DecodeWith<ASN1T_CRLDistPointsSyntax, ASN1T_CRLDistPointsSyntax_traits,
+                                   CCRLDistPointsSyntax>(der);
+    ASSERT_EQ(points.size(), 1u);
+    const CBlob* relative = points.front().get_nameRelativeToCRLIssuer();
+    ASSERT_NE(relative, nullptr);
+    EXPECT_EQ(HexOf(*relative), "310d300b06035504030c0474657374");
+    EXPECT_EQ((EncodeWith<ASN1T_CRLDistPointsSyntax, ASN1T_CRLDistPointsSyntax_traits>(points)),
+              ToHex(FromHex(der)));
+}
+
+TEST(AuthorityInfoAccessTraits, RoundTrip) {
+    CGeneralName location;
+    location.put_uniformResourceIdentifier("http://o");
+    CAuthorityInfoAccessSyntax access;
+    access.push_back(CAccessDescription("1.3.6.1.5.5.7.48.1", location));
+    const std::string der =
+        EncodeWith<ASN1T_AuthorityInfoAccessSyntax, ASN1T_AuthorityInfoAccessSyntax_traits>(access);
+    EXPECT_EQ(der, ToHex(FromHex("3016 3014 06082b06010505073001 8608687474703a2f2f6f")));
+    const auto back =
+        DecodeWith<ASN1T_AuthorityInfoAccessSyntax, ASN1T_AuthorityInfoAccessSyntax_traits,
+                   CAuthorityInfoAccessSyntax>(der);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_TRUE(back.front() == access.front());
+}
+
+TEST(AlgorithmIdentifierConverters, KeepParametersExactly) {
+    ASN1BEREncodeBuffer buffer;
+    const CBlob nullParameters(FromHex("0500"));
+    ASN1T_AlgorithmIdentifier& withNull = ASN1T_AlgorithmIdentifier_set(
+        buffer.getCtxtPtr(), "1.2.840.113549.1.1.11", &nullParameters);
+    EXPECT_EQ(HexOf(Velmor::Codec::EncodeToBlob(withNull)), "300d06092a864886f70d01010b0500");
+
+    CAlgorithmIdentifier back;
+    ASN1T_AlgorithmIdentifier_get(back, withNull);
+    EXPECT_STREQ(back.get_algorithm(), "1.2.840.113549.1.1.11");
+    EXPECT_EQ(HexOf(back.get_parameters()), "0500");
+
+    ASN1T_AlgorithmIdentifier& absent =
+        ASN1T_AlgorithmIdentifier_set(buffer.getCtxtPtr(), "2.16.840.1.101.3.4.2.1", nullptr);
+    EXPECT_EQ(HexOf(Velmor::Codec::EncodeToBlob(absent)), "300b0609608648016503040201");
+    ASN1T_AlgorithmIdentifier_get(back, absent);
+    EXPECT_EQ(back.get_parameters().cbData(), 0u);
+}
+
+TEST(BigIntegerText, ConvertsBothWaysKeepingTheOctets) {
+    ASN1BEREncodeBuffer buffer;
+    CBigInteger value;
+    value.decode(CBlob(FromHex("00ff10")));
+    EXPECT_STREQ(BigIntegerToASN1String(buffer.getCtxtPtr(), value), "0x00ff10");
+    EXPECT_EQ(HexOf(ASN1StringToBigInteger("0x00ff10").get_content()), "00ff10");
+    EXPECT_EQ(HexOf(ASN1StringToBigInteger("-129").get_content()), "ff7f");
+    EXPECT_EQ(HexOf(ASN1StringToBigInteger("128").get_content()), "0080");
+    EXPECT_HRESULT_THROW(ASN1StringToBigInteger("12z"), CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1StringToBigInteger(""), CRYPT_E_ASN1_INTERNAL);
+}
