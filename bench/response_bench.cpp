@@ -1,0 +1,145 @@
+// Decode and encode of a real OCSP response (made by `openssl ocsp`) and of a certificate:
+// the library against OpenSSL's d2i/i2d on the same bytes.
+#include "alloc_counter.h"
+#include "asn1/pkix_types.h"
+#include "bench_support.h"
+
+#include <benchmark/benchmark.h>
+#include <openssl/ocsp.h>
+#include <openssl/x509.h>
+#include <pki/ocsp/response_message.h>
+#include <vector>
+
+using Velmor::CBlob;
+using Velmor::PKI::OCSP::CResponseMessage;
+
+namespace {
+
+const std::vector<std::uint8_t>& ResponseBytes() {
+    static const auto bytes = velmor_bench::ReadData("ocsp/resp-good-rsa.der");
+    return bytes;
+}
+
+const std::vector<std::uint8_t>& CertificateBytes() {
+    static const auto bytes = velmor_bench::ReadData("pki/rsa/leaf.der");
+    return bytes;
+}
+
+// Runs body once per iteration and reports heap allocations per iteration as "allocs".
+template <class F> void MeasureWithAllocations(benchmark::State& state, F&& body) {
+    const std::uint64_t before = velmor_bench::AllocationCount();
+    std::uint64_t iterations = 0;
+    for (auto _ : state) {
+        body();
+        ++iterations;
+    }
+    const auto allocations = velmor_bench::AllocationCount() - before;
+    state.counters["allocs"] = static_cast<double>(allocations) / static_cast<double>(iterations);
+}
+
+void ResponseDecode_Velmor(benchmark::State& state) {
+    const CBlob encoded(ResponseBytes());
+    CResponseMessage message;
+    MeasureWithAllocations(state, [&] {
+        message.decode(encoded);
+        benchmark::DoNotOptimize(message.get_response());
+    });
+}
+
+void ResponseDecode_OpenSSL(benchmark::State& state) {
+    const auto& bytes = ResponseBytes();
+    MeasureWithAllocations(state, [&] {
+        const unsigned char* p = bytes.data();
+        OCSP_RESPONSE* response = d2i_OCSP_RESPONSE(nullptr, &p, static_cast<long>(bytes.size()));
+        benchmark::DoNotOptimize(response);
+        OCSP_RESPONSE_free(response);
+    });
+}
+
+void ResponseEncode_Velmor(benchmark::State& state) {
+    CResponseMessage message;
+    message.decode(CBlob(ResponseBytes()));
+    MeasureWithAllocations(state, [&] {
+        CBlob encoded = message.encode();
+        benchmark::DoNotOptimize(encoded.pbData());
+    });
+}
+
+void ResponseEncode_OpenSSL(benchmark::State& state) {
+    const auto& bytes = ResponseBytes();
+    const unsigned char* p = bytes.data();
+    OCSP_RESPONSE* response = d2i_OCSP_RESPONSE(nullptr, &p, static_cast<long>(bytes.size()));
+    MeasureWithAllocations(state, [&] {
+        unsigned char* out = nullptr;
+        const int length = i2d_OCSP_RESPONSE(response, &out);
+        benchmark::DoNotOptimize(length);
+        OPENSSL_free(out);
+    });
+    OCSP_RESPONSE_free(response);
+}
+
+void CertificateDecode_Velmor(benchmark::State& state) {
+    const auto& bytes = CertificateBytes();
+    MeasureWithAllocations(state, [&] {
+        ASN1BERDecodeBuffer buffer(bytes.data(), bytes.size());
+        ASN1T_Certificate certificate;
+        ASN1C_Certificate control(buffer, certificate);
+        benchmark::DoNotOptimize(control.Decode());
+    });
+}
+
+void CertificateDecode_OpenSSL(benchmark::State& state) {
+    const auto& bytes = CertificateBytes();
+    MeasureWithAllocations(state, [&] {
+        const unsigned char* p = bytes.data();
+        X509* certificate = d2i_X509(nullptr, &p, static_cast<long>(bytes.size()));
+        benchmark::DoNotOptimize(certificate);
+        X509_free(certificate);
+    });
+}
+
+// Encoded from the decoded fields, not from the kept octets: the full DER writer's work.
+void CertificateEncode_Velmor(benchmark::State& state) {
+    const auto& bytes = CertificateBytes();
+    ASN1BERDecodeBuffer decodeBuffer(bytes.data(), bytes.size());
+    ASN1T_Certificate certificate;
+    ASN1C_Certificate decoder(decodeBuffer, certificate);
+    if (decoder.Decode() < 0) {
+        state.SkipWithError("fixture certificate does not decode");
+        return;
+    }
+    certificate.raw = ASN1OpenType();
+    MeasureWithAllocations(state, [&] {
+        ASN1BEREncodeBuffer buffer;
+        ASN1C_Certificate encoder(buffer, certificate);
+        const int length = encoder.Encode();
+        CBlob encoded(buffer.getMsgPtr(), static_cast<unsigned long>(length));
+        benchmark::DoNotOptimize(encoded.pbData());
+    });
+}
+
+void CertificateEncode_OpenSSL(benchmark::State& state) {
+    const auto& bytes = CertificateBytes();
+    const unsigned char* p = bytes.data();
+    X509* certificate = d2i_X509(nullptr, &p, static_cast<long>(bytes.size()));
+    MeasureWithAllocations(state, [&] {
+        unsigned char* out = nullptr;
+        const int length = i2d_X509(certificate, &out);
+        benchmark::DoNotOptimize(length);
+        OPENSSL_free(out);
+    });
+    X509_free(certificate);
+}
+
+} // namespace
+
+BENCHMARK(ResponseDecode_Velmor)->Name("ResponseDecode/Velmor");
+BENCHMARK(ResponseDecode_OpenSSL)->Name("ResponseDecode/OpenSSL");
+BENCHMARK(ResponseEncode_Velmor)->Name("ResponseEncode/Velmor");
+BENCHMARK(ResponseEncode_OpenSSL)->Name("ResponseEncode/OpenSSL");
+BENCHMARK(CertificateDecode_Velmor)->Name("CertificateDecode/Velmor");
+BENCHMARK(CertificateDecode_OpenSSL)->Name("CertificateDecode/OpenSSL");
+BENCHMARK(CertificateEncode_Velmor)->Name("CertificateEncode/Velmor");
+BENCHMARK(CertificateEncode_OpenSSL)->Name("CertificateEncode/OpenSSL");
+
+int main(int argc, char** argv) { return velmor_bench::RunAndCompare(argc, argv); }
