@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sys/wait.h>
@@ -90,6 +92,62 @@ int RunCommand(const std::string& command, std::string* output) {
     }
     const int status = ::pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+namespace {
+// A private directory for the files peers read and write; removed at process exit.
+class ScratchDirectory {
+  public:
+    ScratchDirectory() {
+        std::string pattern = "/tmp/velmor-test-XXXXXX";
+        if (::mkdtemp(pattern.data()) != nullptr) {
+            path_ = pattern;
+        }
+    }
+    ~ScratchDirectory() {
+        if (!path_.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(path_, ignored);
+        }
+    }
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+::testing::AssertionResult HaveCommand(const std::string& probe, const std::string& what,
+                                       const std::string& package) {
+    if (RunCommand(probe + " >/dev/null 2>&1") == 0) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure()
+           << what << " is needed as a peer for this test and was not found; install it with "
+           << "'apt-get install " << package << "'";
+}
+} // namespace
+
+std::string WriteTempFile(const Bytes& bytes, std::string_view name) {
+    static ScratchDirectory directory;
+    const std::string path = directory.path() + "/" + std::string(name);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+        ADD_FAILURE() << "cannot write " << path;
+    }
+    return path;
+}
+
+std::string Python() { return VELMOR_PYTHON; }
+
+::testing::AssertionResult HaveOpenssl() {
+    return HaveCommand("openssl version", "The openssl command", "openssl");
+}
+
+::testing::AssertionResult HavePythonCryptography() {
+    return HaveCommand(Python() + " -c 'import cryptography.x509.ocsp'",
+                       "Python 3 with the cryptography package", "python3-cryptography");
 }
 
 ::testing::AssertionResult ThrowsHResult(const std::function<void()>& body,

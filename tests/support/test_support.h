@@ -29,6 +29,18 @@ Bytes FromHex(std::string_view hex);
 // Runs a shell command; returns its exit status and fills its standard output.
 int RunCommand(const std::string& command, std::string* output = nullptr);
 
+// Writes bytes to a new file in a directory of this test process (removed when the process
+// ends) and returns its path.
+std::string WriteTempFile(const Bytes& bytes, std::string_view name);
+
+// Peers: success when the program can be run; otherwise a failure that says which Debian
+// package to install. A peer test asserts this first, so a missing peer fails the test.
+::testing::AssertionResult HaveOpenssl();
+::testing::AssertionResult HavePythonCryptography();
+
+// The command prefix that runs the Python interpreter the build found.
+std::string Python();
+
 } // namespace velmor_test
 
 namespace velmor_test {
