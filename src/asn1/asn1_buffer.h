@@ -35,7 +35,7 @@ class ASN1MessageBuffer {
 // be straight-line code whose last call (normally wrap) reports any earlier failure.
 class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
   public:
-    static constexpr std::size_t kInlineSize = 1024;
+    static constexpr std::size_t kInlineSize = 4096;
     // Upper bound of both the encoding and the context's arena.
     static constexpr std::size_t kMaxSize = std::size_t{256} << 20;
 
@@ -48,6 +48,16 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     std::size_t getMsgLen() const noexcept { return used_; }
     // Empties the buffer, releases the arena and clears a failure.
     void reset() noexcept;
+
+    // Two-pass encoding into storage of exactly the right size. After beginMeasure() the
+    // writers only count octets (nothing is stored, SET OF elements are not sorted, which
+    // does not change their size), so an encoder run then returns the encoding's length.
+    // writeInto() then points the buffer at the caller's storage of that length and an
+    // identical encoder run fills it from the end; the encoding starts at storage[0]. Both
+    // keep the arena, so structures filled from it stay valid between the runs. Writing
+    // more than the caller's storage holds fails with RTERR_NOMEM.
+    void beginMeasure() noexcept;
+    void writeInto(ASN1OCTET* storage, std::size_t size) noexcept;
     bool isEncoding() const noexcept override { return true; }
     bool ok() const noexcept { return ctxt_.status == ASN_OK; }
 
@@ -95,9 +105,14 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     bool reserve(std::size_t more) noexcept;
     ASN1OCTET* front() noexcept { return storage_ + (capacity_ - used_); }
 
+    // Drops the output (not the arena) and any heap storage; back to the inline storage.
+    void releaseOutput() noexcept;
+
     ASN1OCTET* storage_;
     std::size_t capacity_;
     std::size_t used_ = 0;
+    bool measuring_ = false;
+    bool external_ = false; // storage_ belongs to the caller
     alignas(16) ASN1OCTET inline_[kInlineSize];
 };
 

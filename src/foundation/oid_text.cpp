@@ -1,6 +1,8 @@
 #include "foundation/oid_text.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
 
 namespace Velmor::Codec {
 
@@ -58,11 +60,6 @@ void Subtract(Decimal& number, unsigned subtrahend) {
     TrimLeadingZeros(number);
 }
 
-// True when number < limit, for a small limit.
-bool LessThan(const Decimal& number, unsigned limit) {
-    return number.size() < 10 && (number.empty() ? 0u : std::stoul(number)) < limit;
-}
-
 Decimal ToText(const Decimal& number) { return number.empty() ? Decimal("0") : number; }
 
 bool IsDecimalArc(std::string_view arc) {
@@ -85,74 +82,123 @@ std::size_t WriteSubidentifier(Decimal value, std::uint8_t* out) {
     return groups.size();
 }
 
-// Splits dotted text into its arcs; false when an arc is not a plain decimal number.
-bool SplitArcs(std::string_view text, std::string_view* arcs, std::size_t capacity,
-               std::size_t& count) {
-    count = 0;
-    for (std::size_t start = 0;;) {
-        const std::size_t dot = text.find('.', start);
-        const std::string_view arc = text.substr(start, dot == text.npos ? dot : dot - start);
-        if (count == capacity || !IsDecimalArc(arc)) {
-            return false;
-        }
-        arcs[count++] = arc;
-        if (dot == text.npos) {
-            return true;
-        }
-        start = dot + 1;
+// Most arcs fit in 64 bits and take these paths; larger ones (UUID arcs under 2.25) fall
+// back to decimal strings.
+constexpr std::size_t kMaxFastDigits = 19; // any 19-digit decimal number fits 64 bits
+constexpr std::size_t kMaxFastGroups = 9;  // 9 base-128 groups are 63 bits
+
+std::size_t WriteSubidentifier(std::uint64_t value, std::uint8_t* out) {
+    std::size_t groups = 1;
+    for (std::uint64_t rest = value >> 7; rest != 0; rest >>= 7) {
+        ++groups;
     }
+    for (std::size_t i = 0; i < groups; ++i) {
+        const auto group = static_cast<std::uint8_t>((value >> (7 * (groups - 1 - i))) & 0x7F);
+        out[i] = static_cast<std::uint8_t>(group | (i + 1 < groups ? 0x80 : 0x00));
+    }
+    return groups;
+}
+
+// Writes the subidentifier of a decimal arc plus addend (the first subidentifier adds
+// 40 * the first arc).
+std::size_t WriteArc(std::string_view arc, unsigned addend, std::uint8_t* out) {
+    if (arc.size() <= kMaxFastDigits) {
+        std::uint64_t value = 0;
+        std::from_chars(arc.data(), arc.data() + arc.size(), value);
+        if (value <= UINT64_MAX - addend) {
+            return WriteSubidentifier(value + addend, out);
+        }
+    }
+    Decimal value(arc);
+    MulAdd(value, 1, addend);
+    return WriteSubidentifier(value, out);
+}
+
+void AppendNumber(std::string& out, std::uint64_t value) {
+    char digits[24];
+    const auto result = std::to_chars(digits, digits + sizeof digits, value);
+    out.append(digits, result.ptr);
+}
+
+// Appends ".arc" for the subidentifier in data[0, size); for the first one, "f.arc" with
+// its first arc f split off.
+void AppendSubidentifier(const std::uint8_t* data, std::size_t size, bool first, std::string& out) {
+    if (size <= kMaxFastGroups) {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            value = (value << 7) | (data[i] & 0x7Fu);
+        }
+        if (first) {
+            // The first subidentifier is 40 * first + second; first 2 takes every value >= 80.
+            const unsigned firstArc = value < 40 ? 0 : value < 80 ? 1 : 2;
+            out += static_cast<char>('0' + firstArc);
+            value -= 40 * firstArc;
+        }
+        out += '.';
+        AppendNumber(out, value);
+        return;
+    }
+    Decimal value;
+    for (std::size_t i = 0; i < size; ++i) {
+        MulAdd(value, 128, data[i] & 0x7Fu);
+    }
+    if (first) {
+        out += '2'; // more than 63 bits: far above 80
+        Subtract(value, 80);
+    }
+    out += '.';
+    out += ToText(value);
 }
 
 } // namespace
 
 std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
-    std::string_view arcs[128];
+    constexpr std::size_t kMaxArcs = 128;
     std::size_t count = 0;
-    if (!SplitArcs(text, arcs, std::size(arcs), count) || count < 2) {
-        return 0;
+    std::size_t written = 0;
+    unsigned first = 0;
+    for (std::size_t start = 0;;) {
+        const std::size_t dot = text.find('.', start);
+        const std::string_view arc = text.substr(start, dot == text.npos ? dot : dot - start);
+        if (count == kMaxArcs || !IsDecimalArc(arc)) {
+            return 0;
+        }
+        if (count == 0) {
+            if (arc.size() != 1 || arc[0] > '2') {
+                return 0;
+            }
+            first = static_cast<unsigned>(arc[0] - '0');
+        } else if (count == 1) {
+            // Below the arc 2, the second arc is less than 40.
+            if (first < 2 && (arc.size() > 2 || (arc.size() == 2 && arc[0] >= '4'))) {
+                return 0;
+            }
+            written = WriteArc(arc, 40 * first, out);
+        } else {
+            written += WriteArc(arc, 0, out + written);
+        }
+        ++count;
+        if (dot == text.npos) {
+            return count >= 2 ? written : 0;
+        }
+        start = dot + 1;
     }
-    const unsigned first = static_cast<unsigned>(arcs[0][0] - '0');
-    Decimal second(arcs[1]);
-    TrimLeadingZeros(second);
-    if (arcs[0].size() != 1 || first > 2 || (first < 2 && !LessThan(second, 40))) {
-        return 0;
-    }
-    MulAdd(second, 1, 40 * first);
-    std::size_t written = WriteSubidentifier(second, out);
-    for (std::size_t i = 2; i < count; ++i) {
-        Decimal arc(arcs[i]);
-        TrimLeadingZeros(arc);
-        written += WriteSubidentifier(arc, out + written);
-    }
-    return written;
 }
 
 bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out) {
     if (size == 0 || (data[size - 1] & 0x80) != 0) {
         return false;
     }
-    Decimal value;
-    bool atStart = true;
-    bool firstArc = true;
-    for (std::size_t i = 0; i < size; ++i) {
-        if (atStart && data[i] == 0x80) {
+    for (std::size_t start = 0; start < size;) {
+        if (data[start] == 0x80) {
             return false; // a subidentifier must not start with a zero group
         }
-        MulAdd(value, 128, data[i] & 0x7Fu);
-        atStart = (data[i] & 0x80) == 0;
-        if (!atStart) {
-            continue;
+        std::size_t end = start;
+        while (data[end] & 0x80) {
+            ++end;
         }
-        if (firstArc) {
-            // The first subidentifier is 40 * first + second; first 2 takes every value >= 80.
-            const unsigned firstValue = LessThan(value, 40) ? 0 : LessThan(value, 80) ? 1 : 2;
-            Subtract(value, 40 * firstValue);
-            out += static_cast<char>('0' + firstValue);
-            firstArc = false;
-        }
-        out += '.';
-        out += ToText(value);
-        value.clear();
+        AppendSubidentifier(data + start, end + 1 - start, start == 0, out);
+        start = end + 1;
     }
     return true;
 }

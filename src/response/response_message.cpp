@@ -4,6 +4,7 @@
 #include "asn1/ocsp_types.h"
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
+#include "foundation/oid_text.h"
 
 #include <cstring>
 #include <memory>
@@ -11,26 +12,22 @@
 #include <pki/ocsp/string_proxy.h>
 
 using namespace Velmor::Win32;
-using Velmor::ASN1::ASN1TObjId_traits;
 
 namespace Velmor::PKI::OCSP {
 
 using ASN1C_OCSPResponseCodec = ASN1::CCodeClassT<ASN1T_OCSPResponse, ASN1C_OCSPResponse>;
 
+// The body and its type are held by value, so that decoding into an object that already
+// holds a body reuses that storage.
 struct CResponseMessage::Data {
     ResponseStatus responseStatus = internalError;
-    std::unique_ptr<CStringProxy> responseType; // null when there is no body
-    std::unique_ptr<CBlob> response;            // present exactly when responseType is
+    bool hasBody = false;
+    std::string responseType; // the OID text; meaningful when hasBody
+    std::string typeContents; // its DER contents octets; empty when the text is not an OID
+    CBlob response;           // meaningful when hasBody
 
-    std::unique_ptr<Data> Clone() const {
-        auto copy = std::make_unique<Data>();
-        copy->responseStatus = responseStatus;
-        if (responseType) {
-            copy->responseType = std::make_unique<CStringProxy>(*responseType);
-            copy->response = std::make_unique<CBlob>(*response);
-        }
-        return copy;
-    }
+    std::unique_ptr<Data> Clone() const { return std::make_unique<Data>(*this); }
+    static std::string OidContents(const std::string& text);
 };
 
 CResponseMessage::CResponseMessage() : m_data(new Data()) {}
@@ -57,38 +54,57 @@ void CResponseMessage::put_responseStatus(ResponseStatus status) {
 }
 
 const char* CResponseMessage::get_responseType() const {
-    return m_data->responseType ? m_data->responseType->c_str() : nullptr;
+    return m_data->hasBody ? m_data->responseType.c_str() : nullptr;
 }
 
-const CBlob* CResponseMessage::get_response() const { return m_data->response.get(); }
+const CBlob* CResponseMessage::get_response() const {
+    return m_data->hasBody ? &m_data->response : nullptr;
+}
 
 void CResponseMessage::put_response(const char* responseType, const CBlob* response) {
     if ((responseType == nullptr) != (response == nullptr)) {
         ATL::AtlThrow(E_INVALIDARG);
     }
     if (responseType == nullptr) {
-        m_data->responseType.reset();
-        m_data->response.reset();
+        m_data->hasBody = false;
+        m_data->responseType.clear();
+        m_data->response = CBlob();
         return;
     }
-    auto type = std::make_unique<CStringProxy>(responseType);
-    auto body = std::make_unique<CBlob>(*response);
-    m_data->responseType = std::move(type);
+    std::string type(responseType);
+    std::string contents = Data::OidContents(type);
+    CBlob body(*response);
+    m_data->responseType.swap(type);
+    m_data->typeContents.swap(contents);
     m_data->response = std::move(body);
+    m_data->hasBody = true;
+}
+
+// The contents octets of an OID given as text, or "" when the text is not an OID (which
+// encode then reports).
+std::string CResponseMessage::Data::OidContents(const std::string& text) {
+    std::string contents(text.size(), '\0');
+    contents.resize(
+        Codec::OidTextToContents(text, reinterpret_cast<std::uint8_t*>(contents.data())));
+    return contents;
 }
 
 CBlob CResponseMessage::encode() const {
     ASN1BEREncodeBuffer buffer;
-    ASN1CTXT* ctxt = buffer.getCtxtPtr();
     ASN1T_OCSPResponse message;
     message.responseStatus = m_data->responseStatus;
-    if (m_data->responseType) {
+    if (m_data->hasBody) {
         message.m.responseBytesPresent = 1;
-        ASN1TObjId_traits::set(ctxt, message.responseBytes.responseType,
-                               m_data->responseType->c_str());
-        message.responseBytes.response.data =
-            Codec::CopyBytes(ctxt, m_data->response->pbData(), m_data->response->cbData());
-        message.responseBytes.response.numocts = static_cast<OSUINT32>(m_data->response->cbData());
+        if (m_data->typeContents.empty()) {
+            ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+        }
+        message.responseBytes.responseType.numocts =
+            static_cast<OSUINT32>(m_data->typeContents.size());
+        message.responseBytes.responseType.data =
+            reinterpret_cast<const ASN1OCTET*>(m_data->typeContents.data());
+        // The encoder copies the body into its output; it need not be copied first.
+        message.responseBytes.response.data = m_data->response.pbData();
+        message.responseBytes.response.numocts = static_cast<OSUINT32>(m_data->response.cbData());
     }
     return Codec::TakeEncoding(buffer, ASN1C_OCSPResponseCodec::encode(buffer, message));
 }
@@ -99,19 +115,30 @@ void CResponseMessage::decode(const CBlob& encoded) {
     ASN1T_OCSPResponse message;
     Codec::ThrowIfFailed(ASN1C_OCSPResponseCodec::decode(buffer, message));
 
-    // Everything that can fail is built aside; the object changes only at the end.
-    Data decoded;
-    decoded.responseStatus = static_cast<ResponseStatus>(message.responseStatus);
-    if (message.m.responseBytesPresent) {
-        decoded.responseType = std::make_unique<CStringProxy>();
-        ASN1TObjId_traits::get(message.responseBytes.responseType, *decoded.responseType);
-        const ASN1TDynOctStr& body = message.responseBytes.response;
-        decoded.response = body.numocts == 0 ? std::make_unique<CBlob>()
-                                             : std::make_unique<CBlob>(body.data, body.numocts);
+    if (!message.m.responseBytesPresent) {
+        m_data->responseStatus = static_cast<ResponseStatus>(message.responseStatus);
+        m_data->hasBody = false;
+        return;
     }
-    m_data->responseStatus = decoded.responseStatus;
-    m_data->responseType = std::move(decoded.responseType);
-    m_data->response = std::move(decoded.response);
+    // Every step that can fail comes before the first visible change: the type text is made
+    // in scratch storage and the object's own string reserves room for it (a reserve keeps
+    // the value), then the body is assigned (which allocates, if it must, before it changes
+    // anything), and only then the rest, which cannot fail. Storage already held is reused.
+    thread_local std::string typeText;
+    typeText.clear();
+    if (!Codec::OidContentsToText(message.responseBytes.responseType.data,
+                                  message.responseBytes.responseType.numocts, typeText)) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    const ASN1OBJID& type = message.responseBytes.responseType;
+    m_data->responseType.reserve(typeText.size());
+    m_data->typeContents.reserve(type.numocts);
+    const ASN1TDynOctStr& body = message.responseBytes.response;
+    m_data->response.assign(body.data, body.numocts);
+    m_data->responseType.assign(typeText);
+    m_data->typeContents.assign(reinterpret_cast<const char*>(type.data), type.numocts);
+    m_data->responseStatus = static_cast<ResponseStatus>(message.responseStatus);
+    m_data->hasBody = true;
 }
 
 } // namespace Velmor::PKI::OCSP
