@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "foundation/asn1_traits.h"
@@ -32,12 +33,15 @@ template <class T> std::string EncodeHex(const T& value) {
     return ToHex(der.pbData(), der.cbData());
 }
 
-// A decoded certificate together with the buffer that owns its memory.
+// A decoded certificate together with its input and the buffer that owns its memory (the
+// structure points into both).
 struct DecodedCertificate {
-    explicit DecodedCertificate(const Bytes& der) : buffer(der.data(), der.size()) {
+    explicit DecodedCertificate(Bytes input)
+        : der(std::move(input)), buffer(der.data(), der.size()) {
         ASN1C_Certificate control(buffer, value);
         status = control.Decode();
     }
+    Bytes der;
     ASN1BERDecodeBuffer buffer;
     ASN1T_Certificate value{};
     int status = 0;
@@ -94,12 +98,11 @@ TEST_P(FixtureCertificate, DeepCopyOutlivesTheDecodeBuffer) {
     ASN1BEREncodeBuffer target;
     ASN1T_Certificate copy{};
     {
-        Bytes scratch = der;
-        DecodedCertificate cert(scratch);
+        DecodedCertificate cert(der);
         ASSERT_EQ(cert.status, 0);
         cert.value.raw = {};
         ASSERT_EQ(asn1Copy_Certificate(target.getCtxtPtr(), cert.value, copy), 0);
-        std::memset(scratch.data(), 0xEE, scratch.size()); // the copy must not point here
+        std::memset(cert.der.data(), 0xEE, cert.der.size()); // the copy must not point here
     }
     EXPECT_EQ(EncodeHex(copy), ToHex(der.data(), der.size()));
 }
