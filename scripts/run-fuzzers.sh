@@ -7,10 +7,13 @@ seconds=${1:-30}
 build=build/fuzz
 CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVELMOR_BUILD_FUZZ=ON -DVELMOR_BUILD_TESTS=OFF -DVELMOR_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$build" -j "$(nproc)"
+# Only the fuzz targets: the shared library's objects carry the fuzzer instrumentation,
+# which a plain shared-library link cannot resolve.
+mapfile -t names < <(for f in fuzz/*_fuzz.cpp; do basename "$f" .cpp; done)
+cmake --build "$build" -j "$(nproc)" --target "${names[@]}"
 
-for target in "$build"/fuzz/*_fuzz; do
-  name=$(basename "$target")
+for name in "${names[@]}"; do
+  target=$build/fuzz/$name
   work=$build/corpus/$name
   mkdir -p "$work"
   seeds=fuzz/corpus/$name
