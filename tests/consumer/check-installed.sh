@@ -16,6 +16,10 @@ for header in "$prefix"/include/pki/ocsp/*.h; do
       g++ -std=$std -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" -x c++ - ||
       { echo "public header $(basename "$header") does not compile as $std"; exit 1; }
   done
+  # The umbrella header must bring in every public header.
+  [[ $(basename "$header") == ocsp.h ]] ||
+    grep -q "#include <pki/ocsp/$(basename "$header")>" "$prefix/include/pki/ocsp/ocsp.h" ||
+    { echo "ocsp.h does not include $(basename "$header")"; exit 1; }
 done
 
 libdir=$(dirname "$(find "$prefix" -name 'libvelmor-ocsp.so.1' | head -n 1)")

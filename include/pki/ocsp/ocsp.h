@@ -14,6 +14,7 @@
 #include <pki/ocsp/dll_list.h>
 #include <pki/ocsp/extensions.h>
 #include <pki/ocsp/general_name.h>
+#include <pki/ocsp/response_message.h>
 #include <pki/ocsp/string_proxy.h>
 #include <pki/ocsp/win32.h>
 
