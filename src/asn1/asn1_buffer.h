@@ -49,15 +49,6 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     // Empties the buffer, releases the arena and clears a failure.
     void reset() noexcept;
 
-    // Two-pass encoding into storage of exactly the right size. After beginMeasure() the
-    // writers only count octets (nothing is stored, SET OF elements are not sorted, which
-    // does not change their size), so an encoder run then returns the encoding's length.
-    // writeInto() then points the buffer at the caller's storage of that length and an
-    // identical encoder run fills it from the end; the encoding starts at storage[0]. Both
-    // keep the arena, so structures filled from it stay valid between the runs. Writing
-    // more than the caller's storage holds fails with RTERR_NOMEM.
-    void beginMeasure() noexcept;
-    void writeInto(ASN1OCTET* storage, std::size_t size) noexcept;
     bool isEncoding() const noexcept override { return true; }
     bool ok() const noexcept { return ctxt_.status == ASN_OK; }
 
@@ -105,14 +96,9 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     bool reserve(std::size_t more) noexcept;
     ASN1OCTET* front() noexcept { return storage_ + (capacity_ - used_); }
 
-    // Drops the output (not the arena) and any heap storage; back to the inline storage.
-    void releaseOutput() noexcept;
-
     ASN1OCTET* storage_;
     std::size_t capacity_;
     std::size_t used_ = 0;
-    bool measuring_ = false;
-    bool external_ = false; // storage_ belongs to the caller
     alignas(16) ASN1OCTET inline_[kInlineSize];
 };
 

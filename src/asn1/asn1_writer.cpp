@@ -48,33 +48,19 @@ std::size_t encodeHeader(ASN1TAG tag, std::size_t contentLen, ASN1OCTET* out) no
 ASN1BEREncodeBuffer::ASN1BEREncodeBuffer() noexcept
     : ASN1MessageBuffer(kMaxSize), storage_(inline_), capacity_(kInlineSize) {}
 
-ASN1BEREncodeBuffer::~ASN1BEREncodeBuffer() { releaseOutput(); }
+ASN1BEREncodeBuffer::~ASN1BEREncodeBuffer() {
+    if (storage_ != inline_) {
+        ::operator delete(storage_);
+    }
+}
 
-void ASN1BEREncodeBuffer::releaseOutput() noexcept {
-    if (storage_ != inline_ && !external_) {
+void ASN1BEREncodeBuffer::reset() noexcept {
+    if (storage_ != inline_) {
         ::operator delete(storage_);
     }
     storage_ = inline_;
     capacity_ = kInlineSize;
     used_ = 0;
-    measuring_ = false;
-    external_ = false;
-}
-
-void ASN1BEREncodeBuffer::beginMeasure() noexcept {
-    releaseOutput();
-    measuring_ = true;
-}
-
-void ASN1BEREncodeBuffer::writeInto(ASN1OCTET* storage, std::size_t size) noexcept {
-    releaseOutput();
-    storage_ = storage;
-    capacity_ = size;
-    external_ = true;
-}
-
-void ASN1BEREncodeBuffer::reset() noexcept {
-    releaseOutput();
     ctxt_.arena.release();
     ctxt_.status = ASN_OK;
     ctxt_.errOffset = 0;
@@ -95,10 +81,6 @@ bool ASN1BEREncodeBuffer::reserve(std::size_t more) noexcept {
     }
     if (more > kMaxSize - used_) {
         fail(RTERR_NOMEM, "encoding larger than the size limit");
-        return false;
-    }
-    if (external_) {
-        fail(RTERR_NOMEM, "encoding larger than the storage given");
         return false;
     }
     std::size_t need = used_ + more;
@@ -131,13 +113,6 @@ int ASN1BEREncodeBuffer::putBytes(const void* data, std::size_t size) noexcept {
     }
     if (data == nullptr) {
         return fail(RTERR_INVPARAM, "null data");
-    }
-    if (measuring_) {
-        if (size > kMaxSize - used_) {
-            return fail(RTERR_NOMEM, "encoding larger than the size limit");
-        }
-        used_ += size;
-        return static_cast<int>(size);
     }
     if (!reserve(size)) {
         return ctxt_.status;
@@ -201,9 +176,6 @@ int ASN1BEREncodeBuffer::sortElements(std::size_t mark) noexcept {
     }
     if (mark > used_) {
         return fail(RTERR_INVPARAM, "sort mark beyond the content");
-    }
-    if (measuring_) {
-        return 0; // nothing was stored, and sorting keeps the size
     }
     const std::size_t len = used_ - mark;
     Velmor::Asn1Rt::BerReader counter(&ctxt_, front(), len);

@@ -51,19 +51,4 @@ CBlob TakeEncoding(const ASN1BEREncodeBuffer& buffer, int status) {
     return CBlob(buffer.getMsgPtr(), static_cast<unsigned long>(status));
 }
 
-CBlob StorageForEncoding(ASN1BEREncodeBuffer& buffer, int measured) {
-    if (measured <= 0) {
-        ThrowIfFailed(measured < 0 ? measured : RTERR_INVPARAM);
-    }
-    CBlob out(static_cast<unsigned long>(measured));
-    buffer.writeInto(out.pbData(), out.cbData());
-    return out;
-}
-
-void CheckSecondRun(const CBlob& out, int written) {
-    ThrowIfFailed(written >= 0 && static_cast<unsigned long>(written) == out.cbData()
-                      ? written
-                      : RTERR_INVPARAM);
-}
-
 } // namespace Velmor::Codec

@@ -50,28 +50,11 @@ void ThrowIfCopyFailed(int status);
 // not above zero throws CRYPT_E_ASN1_INTERNAL.
 CBlob TakeEncoding(const ASN1BEREncodeBuffer& buffer, int status);
 
-// The two halves of EncodeExact: a blob of the measured length that buffer then writes
-// into, and the check of the writing run's length.
-CBlob StorageForEncoding(ASN1BEREncodeBuffer& buffer, int measured);
-void CheckSecondRun(const CBlob& out, int written);
-
-// The DER that encode(buffer) writes, as a blob of exactly its size: one run counts the
-// octets, a second writes them straight into the blob, so the output is allocated and
-// copied once. encode returns a length or a negative status (thrown as
-// CRYPT_E_ASN1_INTERNAL).
-template <class Encode> CBlob EncodeExact(ASN1BEREncodeBuffer& buffer, Encode&& encode) {
-    buffer.beginMeasure();
-    CBlob out = StorageForEncoding(buffer, encode());
-    // The second run sees the same structure, so it must write exactly the same length.
-    CheckSecondRun(out, encode());
-    return out;
-}
-
 // The DER encoding of one structure, through its control class.
 template <class T> CBlob EncodeToBlob(const T& value) {
     ASN1BEREncodeBuffer buffer;
     ASN1CTypeT<T> control(buffer, const_cast<T&>(value));
-    return EncodeExact(buffer, [&] { return control.Encode(); });
+    return TakeEncoding(buffer, control.Encode());
 }
 
 // Decodes der (one whole value, nothing after it) into a scratch buffer, then deep-copies

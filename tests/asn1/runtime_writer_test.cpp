@@ -213,41 +213,6 @@ TEST(RuntimeWriter, GrowsPastTheInlineBlock) {
     EXPECT_EQ(b.getMsgLen(), 100016u);
 }
 
-// A SET OF that needs sorting, inside a SEQUENCE after a 5000-octet string: larger than
-// the inline block, so a single run grows the buffer.
-int WriteSortedSetAndBigString(ASN1BEREncodeBuffer& b, const Bytes& big) {
-    const std::size_t outer = b.getMsgLen();
-    const std::size_t set = b.getMsgLen();
-    b.putOctStr(FromHex("aa").data(), 1);
-    b.putInt(5);
-    b.putOctStr(FromHex("aa00").data(), 2);
-    b.wrapSetOf(ASN1TAG_SET, set);
-    b.putOctStr(big.data(), big.size());
-    return b.wrap(ASN1TAG_SEQUENCE, outer);
-}
-
-TEST(RuntimeWriter, MeasuredRunThenWriteIntoCallerStorageGivesTheSameBytes) {
-    const Bytes big(5000, 0x5a);
-    ASN1BEREncodeBuffer single;
-    const int expected = WriteSortedSetAndBigString(single, big);
-    ASSERT_GT(expected, 5000);
-
-    ASN1BEREncodeBuffer b;
-    b.beginMeasure();
-    ASSERT_EQ(WriteSortedSetAndBigString(b, big), expected);
-    Bytes storage(static_cast<std::size_t>(expected), 0xEE);
-    b.writeInto(storage.data(), storage.size());
-    ASSERT_EQ(WriteSortedSetAndBigString(b, big), expected);
-    EXPECT_EQ(b.getMsgPtr(), storage.data());
-    EXPECT_EQ(ToHex(storage), Hex(single));
-
-    // Storage one octet short: the writing run fails instead of writing outside it.
-    ASN1BEREncodeBuffer shortRun;
-    Bytes tooSmall(static_cast<std::size_t>(expected) - 1);
-    shortRun.writeInto(tooSmall.data(), tooSmall.size());
-    EXPECT_EQ(WriteSortedSetAndBigString(shortRun, big), RTERR_NOMEM);
-}
-
 TEST(RuntimeWriter, FailureIsStickyUntilReset) {
     ASN1BEREncodeBuffer b;
     b.putInt(1);
