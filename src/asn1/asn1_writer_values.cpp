@@ -21,19 +21,6 @@ std::size_t minimalInt(OSINT32 v, ASN1OCTET out[4]) {
     return skip;
 }
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 // Big-endian two's complement of a decimal text (digits only, at least one) into out,
 // which has room for size octets (enough for the magnitude plus a sign octet).
 void decimalToTwosComplement(const char* digits, std::size_t count, bool negative, ASN1OCTET* out,
@@ -81,8 +68,8 @@ static int putHexOctets(ASN1BEREncodeBuffer& b, const char* hex, std::size_t dig
     std::size_t octets = (digits + 1) / 2;
     std::size_t d = digits;
     for (std::size_t i = 0; i < octets; ++i) {
-        int lo = hexDigit(hex[--d]);
-        int hi = d > 0 ? hexDigit(hex[--d]) : 0;
+        int lo = Velmor::Asn1Rt::hexDigitValue(hex[--d]);
+        int hi = d > 0 ? Velmor::Asn1Rt::hexDigitValue(hex[--d]) : 0;
         if (lo < 0 || hi < 0) {
             return b.fail(RTERR_INVPARAM, "INTEGER text");
         }

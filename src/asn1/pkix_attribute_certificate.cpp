@@ -376,27 +376,12 @@ int asn1Copy_AttributeCertificateInfo(ASN1CTXT* ctxt, const ASN1T_AttributeCerti
 //        signatureAlgorithm AlgorithmIdentifier, signatureValue BIT STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttributeCertificate& v, ASN1TAG tag) {
-    if (v.raw.numocts != 0) {
-        return b.putOpenType(v.raw);
-    }
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(v.signatureValue);
-    asn1E(b, v.signatureAlgorithm);
-    asn1E(b, v.acinfo);
-    return b.wrap(tag, mark);
+    return writeSigned(b, v.raw, v.acinfo, v.signatureAlgorithm, v.signatureValue, tag);
 }
 
 int asn1D(BerReader& r, ASN1T_AttributeCertificate& v, ASN1TAG tag) {
-    const std::size_t start = r.offset();
-    BerReader seq;
-    if (r.enter(tag, seq, "AttributeCertificate")) {
-        asn1D(seq, v.acinfo);
-        asn1D(seq, v.signatureAlgorithm);
-        seq.readBitStr(v.signatureValue);
-        r.leave(seq);
-    }
-    keepRaw(r, start, v.raw);
-    return r.status();
+    return readSigned(r, v.acinfo, v.signatureAlgorithm, v.signatureValue, v.raw, tag,
+                      "AttributeCertificate");
 }
 
 int asn1Copy_AttributeCertificate(ASN1CTXT* ctxt, const ASN1T_AttributeCertificate& from,

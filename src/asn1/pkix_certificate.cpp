@@ -179,27 +179,12 @@ int asn1Copy_TBSCertificate(ASN1CTXT* ctxt, const ASN1T_TBSCertificate& from,
 //        signatureAlgorithm AlgorithmIdentifier, signature BIT STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Certificate& v, ASN1TAG tag) {
-    if (v.raw.numocts != 0) {
-        return b.putOpenType(v.raw);
-    }
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(v.signature);
-    asn1E(b, v.signatureAlgorithm);
-    asn1E(b, v.tbsCertificate);
-    return b.wrap(tag, mark);
+    return writeSigned(b, v.raw, v.tbsCertificate, v.signatureAlgorithm, v.signature, tag);
 }
 
 int asn1D(BerReader& r, ASN1T_Certificate& v, ASN1TAG tag) {
-    const std::size_t start = r.offset();
-    BerReader seq;
-    if (r.enter(tag, seq, "Certificate")) {
-        asn1D(seq, v.tbsCertificate);
-        asn1D(seq, v.signatureAlgorithm);
-        seq.readBitStr(v.signature);
-        r.leave(seq);
-    }
-    keepRaw(r, start, v.raw);
-    return r.status();
+    return readSigned(r, v.tbsCertificate, v.signatureAlgorithm, v.signature, v.raw, tag,
+                      "Certificate");
 }
 
 int asn1Copy_Certificate(ASN1CTXT* ctxt, const ASN1T_Certificate& from, ASN1T_Certificate& to) {

@@ -5,6 +5,7 @@
 #ifndef VELMOR_SRC_ASN1_PKIX_TYPES_H
 #define VELMOR_SRC_ASN1_PKIX_TYPES_H
 
+#include "asn1/asn1_fields.h"
 #include "asn1/asn1_runtime.h"
 
 using Velmor::Asn1Rt::BerReader;
@@ -300,5 +301,39 @@ VELMOR_ASN1_DECLARE_TYPE(Attribute, ASN1TAG_SEQUENCE);
 VELMOR_ASN1_DECLARE_TYPE(_SeqOfAttribute, ASN1TAG_SEQUENCE);
 VELMOR_ASN1_DECLARE_TYPE(AttributeCertificateInfo, ASN1TAG_SEQUENCE);
 VELMOR_ASN1_DECLARE_TYPE(AttributeCertificate, ASN1TAG_SEQUENCE);
+
+// ---- Signed envelopes ---------------------------------------------------------------------
+// SEQUENCE { toBeSigned, AlgorithmIdentifier, BIT STRING }: certificates, attribute
+// certificates and basic OCSP responses. A decoded envelope keeps its whole encoding in raw
+// and is written back from it; with raw empty it is encoded from its fields.
+
+template <class ToBeSigned>
+int writeSigned(ASN1BEREncodeBuffer& b, const ASN1OpenType& raw, const ToBeSigned& toBeSigned,
+                const ASN1T_AlgorithmIdentifier& algorithm, const ASN1TDynBitStr& signature,
+                ASN1TAG tag) {
+    if (raw.numocts != 0) {
+        return b.putOpenType(raw);
+    }
+    const std::size_t mark = b.getMsgLen();
+    b.putBitStr(signature);
+    asn1E(b, algorithm);
+    asn1E(b, toBeSigned);
+    return b.wrap(tag, mark);
+}
+
+template <class ToBeSigned>
+int readSigned(BerReader& r, ToBeSigned& toBeSigned, ASN1T_AlgorithmIdentifier& algorithm,
+               ASN1TDynBitStr& signature, ASN1OpenType& raw, ASN1TAG tag, const char* name) {
+    const std::size_t start = r.offset();
+    BerReader seq;
+    if (r.enter(tag, seq, name)) {
+        asn1D(seq, toBeSigned);
+        asn1D(seq, algorithm);
+        seq.readBitStr(signature);
+        r.leave(seq);
+    }
+    Velmor::Asn1Rt::keepRaw(r, start, raw);
+    return r.status();
+}
 
 #endif

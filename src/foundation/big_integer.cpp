@@ -1,4 +1,6 @@
 // CBigInteger: content octets and their integral and hex forms.
+#include "asn1/asn1_detail.h"
+
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/big_integer.h>
 #include <vector>
@@ -35,14 +37,9 @@ void Negate(Octets& octets) {
 }
 
 int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
+    const int value = Asn1Rt::hexDigitValue(c);
+    if (value >= 0) {
+        return value;
     }
     ATL::AtlThrow(Win32::E_INVALIDARG);
 }
