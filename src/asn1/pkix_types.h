@@ -303,8 +303,9 @@ VELMOR_ASN1_DECLARE_TYPE(AttributeCertificateInfo, ASN1TAG_SEQUENCE);
 VELMOR_ASN1_DECLARE_TYPE(AttributeCertificate, ASN1TAG_SEQUENCE);
 
 // ---- Signed envelopes ---------------------------------------------------------------------
-// SEQUENCE { toBeSigned, AlgorithmIdentifier, BIT STRING }: certificates, attribute
-// certificates and basic OCSP responses. A decoded envelope keeps its whole encoding in raw
+// SEQUENCE { toBeSigned, AlgorithmIdentifier, BIT STRING }: certificates and attribute
+// certificates. (Basic OCSP responses carry certificates after the signature and have their
+// own codec.) A decoded envelope keeps its whole encoding in raw
 // and is written back from it; with raw empty it is encoded from its fields.
 
 template <class ToBeSigned>

@@ -1,0 +1,422 @@
+// The parts of the OCSP module that openssl does not write, from vectors assembled here: the
+// other two certificate references, version v2, the OCSP extension values, BER forms of the
+// signed parts, and encoder misuse.
+#include "asn1/ocsp_types.h"
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "support/test_support.h"
+
+using velmor_test::Bytes;
+using velmor_test::FromHex;
+using velmor_test::ReadData;
+using velmor_test::ToHex;
+
+namespace {
+
+template <class T> struct Decoded {
+    explicit Decoded(Bytes input) : der(std::move(input)), buffer(der.data(), der.size()) {
+        ASN1CTypeT<T> control(buffer, value);
+        status = control.Decode();
+    }
+    Bytes der;
+    ASN1BERDecodeBuffer buffer;
+    T value{};
+    int status = 0;
+};
+
+template <class T> std::string EncodeHex(const T& value) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1CTypeT<T> control(buffer, const_cast<T&>(value));
+    const int length = control.Encode();
+    return length < 0 ? "error " + std::to_string(length) : ToHex(buffer.getMsgPtr(), length);
+}
+
+std::string Hex(const ASN1OpenType& v) { return ToHex(v.data, v.numocts); }
+std::string Hex(const ASN1OBJID& v) { return ToHex(v.data, v.numocts); }
+
+Bytes Text(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+// One DER element: tag, minimal definite length, content.
+Bytes Tlv(std::uint8_t tag, const Bytes& content) {
+    Bytes length;
+    for (std::size_t n = content.size(); n != 0; n >>= 8) {
+        length.insert(length.begin(), static_cast<std::uint8_t>(n));
+    }
+    Bytes out{tag};
+    if (content.size() < 0x80) {
+        out.push_back(static_cast<std::uint8_t>(content.size()));
+    } else {
+        out.push_back(static_cast<std::uint8_t>(0x80 | length.size()));
+        out.insert(out.end(), length.begin(), length.end());
+    }
+    out.insert(out.end(), content.begin(), content.end());
+    return out;
+}
+
+// Name ::= SEQUENCE { SET { SEQUENCE { commonName, UTF8String cn } } }
+Bytes CommonName(std::string_view cn) {
+    return Tlv(0x30, Tlv(0x31, Tlv(0x30, Cat({FromHex("0603550403"), Tlv(0x0C, Text(cn))}))));
+}
+
+const Bytes kEcdsaSha256 = FromHex("300a06082a8648ce3d040302");
+const Bytes kTime2026 = Tlv(0x18, Text("20260101000000Z"));
+const Bytes kTime2027 = Tlv(0x18, Text("20270101000000Z"));
+
+// A minimal attribute certificate: holder and issuer by name, no attributes.
+Bytes AttributeCertificate() {
+    const Bytes names = Tlv(0x30, Tlv(0xA4, CommonName("Velmor AA")));
+    const Bytes info = Tlv(0x30, Cat({FromHex("020101"), // v2
+                                      Tlv(0x30, Tlv(0xA0, Cat({names, FromHex("020105")}))),
+                                      Tlv(0xA0, names), // v2Form
+                                      kEcdsaSha256, FromHex("020107"),
+                                      Tlv(0x30, Cat({kTime2026, kTime2027})), FromHex("3000")}));
+    return Tlv(0x30, Cat({info, kEcdsaSha256, FromHex("0303000102")}));
+}
+
+// OCSPRequest, version v2, with one Request per certificate reference given.
+Bytes RequestWith(std::initializer_list<Bytes> reqCerts) {
+    Bytes list;
+    for (const Bytes& reqCert : reqCerts) {
+        list = Cat({list, Tlv(0x30, reqCert)});
+    }
+    return Tlv(0x30, Tlv(0x30, Cat({Tlv(0xA0, FromHex("020101")), Tlv(0x30, list)})));
+}
+
+template <class T> const T& Nth(const OSRTDList& list, std::size_t index) {
+    const OSRTDListNode* n = list.head;
+    for (std::size_t i = 0; i < index; ++i) {
+        n = n->next;
+    }
+    return *static_cast<const T*>(n->data);
+}
+
+// ---- ReqCert alternatives and version v2 --------------------------------------------------
+
+TEST(OcspReqCert, FullCertificatesAndCertIdWithSignatureRoundTripInAVersion2Request) {
+    const Bytes certificate = ReadData("pki/ec/leaf.der");
+    const Bytes attributeCertificate = AttributeCertificate();
+    const Bytes certIdWithSignature =
+        Tlv(0x30, Cat({CommonName("Velmor CA"), FromHex("0203008f3a"), FromHex("030400aabbcc"),
+                       kEcdsaSha256, FromHex("0303060140")}));
+    const Bytes der =
+        RequestWith({Tlv(0xA0, Tlv(0xA0, certificate)), Tlv(0xA0, Tlv(0xA1, attributeCertificate)),
+                     Tlv(0xA1, certIdWithSignature)});
+
+    Decoded<ASN1T_OCSPRequest> req(der);
+    ASSERT_EQ(req.status, 0) << req.buffer.getErrorText();
+    const ASN1T_TBSRequest& tbs = req.value.tbsRequest;
+    EXPECT_TRUE(tbs.m.versionPresent);
+    EXPECT_EQ(tbs.version, 1);
+    ASSERT_EQ(tbs.requestList.count, 3u);
+
+    const ASN1T_ReqCert& first = Nth<ASN1T_Request>(tbs.requestList, 0).reqCert;
+    ASSERT_EQ(first.t, T_ReqCert_fullCertificate);
+    ASSERT_EQ(first.u.fullCertificate->t, T_FullCertificate_certificate);
+    EXPECT_EQ(Hex(first.u.fullCertificate->u.certificate->raw), ToHex(certificate));
+
+    const ASN1T_ReqCert& second = Nth<ASN1T_Request>(tbs.requestList, 1).reqCert;
+    ASSERT_EQ(second.t, T_ReqCert_fullCertificate);
+    ASSERT_EQ(second.u.fullCertificate->t, T_FullCertificate_attributeCertificate);
+    const ASN1T_AttributeCertificate& ac = *second.u.fullCertificate->u.attributeCertificate;
+    EXPECT_STREQ(ac.acinfo.serialNumber, "0x07");
+    EXPECT_EQ(Hex(ac.raw), ToHex(attributeCertificate));
+
+    const ASN1T_ReqCert& third = Nth<ASN1T_Request>(tbs.requestList, 2).reqCert;
+    ASSERT_EQ(third.t, T_ReqCert_certIdWithSignature);
+    const ASN1T_CertIdWithSignature& id = *third.u.certIdWithSignature;
+    EXPECT_STREQ(id.serialNumber, "0x008f3a");
+    EXPECT_EQ(id.tbsCertificateHash.numbits, 24u);
+    EXPECT_EQ(id.signatureValue.numbits, 10u);
+    EXPECT_EQ(Hex(id.signatureAlgorithm.algorithm), "2a8648ce3d040302");
+
+    // From the fields alone (every raw cleared), and from a deep copy, the same octets.
+    req.value.tbsRequest.raw = {};
+    first.u.fullCertificate->u.certificate->raw = {};
+    second.u.fullCertificate->u.attributeCertificate->raw = {};
+    EXPECT_EQ(EncodeHex(req.value), ToHex(der));
+    ASN1BEREncodeBuffer target;
+    ASN1T_OCSPRequest copy{};
+    ASSERT_EQ(asn1Copy_OCSPRequest(target.getCtxtPtr(), req.value, copy), 0);
+    EXPECT_NE(Nth<ASN1T_Request>(copy.tbsRequest.requestList, 2).reqCert.u.certIdWithSignature,
+              third.u.certIdWithSignature);
+    EXPECT_EQ(EncodeHex(copy), ToHex(der));
+}
+
+TEST(OcspReqCert, BuiltFieldByFieldEncodesVersionOnlyWhenNotV1) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1CTXT* ctxt = buffer.getCtxtPtr();
+    static const ASN1OCTET sha1[] = {0x2b, 0x0e, 0x03, 0x02, 0x1a};
+    static const ASN1OCTET hash[] = {0x01, 0x02};
+    auto* id = rtMemNew<ASN1T_CertID>(ctxt);
+    auto* request = rtMemNew<ASN1T_Request>(ctxt);
+    ASSERT_NE(id, nullptr);
+    ASSERT_NE(request, nullptr);
+    id->hashAlgorithm.algorithm = {sizeof sha1, sha1};
+    id->issuerNameHash = {sizeof hash, hash};
+    id->issuerKeyHash = {sizeof hash, hash};
+    id->serialNumber = "4097";
+    request->reqCert.t = T_ReqCert_certID;
+    request->reqCert.u.certID = id;
+    ASN1T_OCSPRequest req{};
+    ASSERT_EQ(rtDListAppend(ctxt, &req.tbsRequest.requestList, request), 0);
+
+    const std::string certId = "3015300706052b0e03021a0402010204020102020210 01";
+    const Bytes v1 = Tlv(0x30, Tlv(0x30, Tlv(0x30, Tlv(0x30, FromHex(certId)))));
+    req.tbsRequest.m.versionPresent = 1; // v1 is the DEFAULT: present or not, it is left out
+    EXPECT_EQ(EncodeHex(req), ToHex(v1));
+    req.tbsRequest.version = 1;
+    EXPECT_EQ(EncodeHex(req), ToHex(RequestWith({FromHex(certId)})));
+}
+
+TEST(OcspReqCert, SelectedAlternativeMustBeThere) {
+    ASN1T_SingleResponse entry{};
+    entry.thisUpdate = "20260101000000Z";
+    entry.certStatus.t = T_CertStatus_good;
+    EXPECT_EQ(EncodeHex(entry), "error " + std::to_string(RTERR_INVPARAM)); // t = 0
+    entry.certID.t = T_ReqCert_fullCertificate;                             // pointer null
+    EXPECT_EQ(EncodeHex(entry), "error " + std::to_string(RTERR_INVPARAM));
+    ASN1T_CertStatus revoked{};
+    revoked.t = T_CertStatus_revoked;
+    EXPECT_EQ(EncodeHex(revoked), "error " + std::to_string(RTERR_INVPARAM));
+    ASN1T_ResponderID responder{};
+    responder.t = 3;
+    EXPECT_EQ(EncodeHex(responder), "error " + std::to_string(RTERR_INVPARAM));
+}
+
+TEST(OcspReqCert, LongListsOfSmallEntriesStayWithinTheDecodeArena) {
+    // Only the alternative that was read is allocated, so an entry costs the arena a small
+    // multiple of its own octets, however large the alternatives it did not use are.
+    const Bytes request = Tlv(0x30, FromHex("300c 3003 06012a 0400 0400 020101"));
+    const Bytes response = Tlv(0x30, Cat({FromHex("300c 3003 06012a 0400 0400 020101 8000"),
+                                          Tlv(0x18, Text("20260101000000Z"))}));
+    constexpr std::size_t kEntries = 20000;
+    Bytes requests;
+    Bytes responses;
+    for (std::size_t i = 0; i < kEntries; ++i) {
+        requests.insert(requests.end(), request.begin(), request.end());
+        responses.insert(responses.end(), response.begin(), response.end());
+    }
+    Decoded<ASN1T_OCSPRequest> req(Tlv(0x30, Tlv(0x30, Tlv(0x30, requests))));
+    ASSERT_EQ(req.status, 0) << req.buffer.getErrorText();
+    EXPECT_EQ(req.value.tbsRequest.requestList.count, kEntries);
+    const Bytes data = Cat({FromHex("a2020400"), kTime2026, Tlv(0x30, responses)});
+    Decoded<ASN1T_BasicOCSPResponse> resp(
+        Tlv(0x30, Cat({Tlv(0x30, data), kEcdsaSha256, FromHex("030100")})));
+    ASSERT_EQ(resp.status, 0) << resp.buffer.getErrorText();
+    EXPECT_EQ(resp.value.tbsResponseData.responses.count, kEntries);
+}
+
+// ---- Extension values ---------------------------------------------------------------------
+
+TEST(OcspExtensionValues, CrlIdWithEveryFieldAndWithNone) {
+    const Bytes url = Text("http://crl.velmor.test/inter.crl");
+    const Bytes all =
+        Tlv(0x30,
+            Cat({Tlv(0xA0, Tlv(0x16, url)), FromHex("a10702050080000000"), Tlv(0xA2, kTime2026)}));
+    ASN1T_CrlID built{};
+    built.m.crlUrlPresent = built.m.crlNumPresent = built.m.crlTimePresent = 1;
+    built.crlUrl = "http://crl.velmor.test/inter.crl";
+    built.crlNum = 0x80000000u; // above INT32_MAX: needs the leading 00 octet
+    built.crlTime = "20260101000000Z";
+    EXPECT_EQ(EncodeHex(built), ToHex(all));
+
+    Decoded<ASN1T_CrlID> decoded(all);
+    ASSERT_EQ(decoded.status, 0);
+    EXPECT_STREQ(decoded.value.crlUrl, built.crlUrl);
+    EXPECT_EQ(decoded.value.crlNum, 0x80000000u);
+    EXPECT_STREQ(decoded.value.crlTime, built.crlTime);
+
+    Decoded<ASN1T_CrlID> none(FromHex("3000"));
+    ASSERT_EQ(none.status, 0);
+    EXPECT_FALSE(none.value.m.crlUrlPresent || none.value.m.crlNumPresent ||
+                 none.value.m.crlTimePresent);
+    EXPECT_EQ(EncodeHex(none.value), "3000");
+}
+
+TEST(OcspExtensionValues, CrlNumberMustFitThirtyTwoUnsignedBits) {
+    EXPECT_EQ(Decoded<ASN1T_CrlID>(FromHex("3009a107020500ffffffff")).value.crlNum, 0xFFFFFFFFu);
+    EXPECT_EQ(Decoded<ASN1T_CrlID>(FromHex("3005a103020100")).status, 0);
+    for (const char* bad : {"3009a1070205010000000000", // 2^32
+                            "3005a1030201ff",           // -1
+                            "3006a104020200 7f",        // not minimal
+                            "3004a1020200"}) {          // empty
+        EXPECT_EQ(Decoded<ASN1T_CrlID>(FromHex(bad)).status, RTERR_BADVALUE) << bad;
+    }
+}
+
+TEST(OcspExtensionValues, ServiceLocatorWithAndWithoutLocator) {
+    const Bytes issuer = CommonName("Velmor RSA Intermediate CA");
+    const Bytes access = Tlv(0x30, Tlv(0x30, Cat({FromHex("06082b06010505073001"),
+                                                  Tlv(0x86, Text("http://ocsp.velmor.test"))})));
+    for (const Bytes& der : {Tlv(0x30, issuer), Tlv(0x30, Cat({issuer, access}))}) {
+        Decoded<ASN1T_ServiceLocator> locator(der);
+        ASSERT_EQ(locator.status, 0);
+        EXPECT_EQ(locator.value.issuer.rdnSequence.count, 1u);
+        EXPECT_EQ(EncodeHex(locator.value), ToHex(der));
+        if (der.size() > issuer.size() + 2) {
+            ASSERT_TRUE(locator.value.m.locatorPresent);
+            const auto& first = Nth<ASN1T_AccessDescription>(locator.value.locator, 0);
+            EXPECT_EQ(first.accessLocation.t, T_GeneralName_uniformResourceIdentifier);
+            EXPECT_STREQ(first.accessLocation.text, "http://ocsp.velmor.test");
+        } else {
+            EXPECT_FALSE(locator.value.m.locatorPresent);
+        }
+    }
+    // The locator is a SEQUENCE: anything else after the issuer is left unread.
+    EXPECT_EQ(Decoded<ASN1T_ServiceLocator>(Tlv(0x30, Cat({issuer, FromHex("0500")}))).status,
+              RTERR_TRAILING);
+}
+
+TEST(OcspExtensionValues, AcceptableResponsesKeepTheirOrder) {
+    const std::string basic = "2b0601050507300101";
+    const std::string other = "2b0601050507300104";
+    const Bytes der = FromHex("3016 0609" + basic + "0609" + other);
+    Decoded<ASN1T_AcceptableResponses> list(der);
+    ASSERT_EQ(list.status, 0);
+    ASSERT_EQ(list.value.count, 2u);
+    EXPECT_EQ(Hex(Nth<ASN1OBJID>(list.value, 0)), basic);
+    EXPECT_EQ(Hex(Nth<ASN1OBJID>(list.value, 1)), other);
+    ASN1BEREncodeBuffer target;
+    ASN1T_AcceptableResponses copy{};
+    ASSERT_EQ(asn1Copy_AcceptableResponses(target.getCtxtPtr(), list.value, copy), 0);
+    EXPECT_EQ(EncodeHex(copy), ToHex(der));
+
+    EXPECT_EQ(EncodeHex(Decoded<ASN1T_AcceptableResponses>(FromHex("3000")).value), "3000");
+    EXPECT_EQ(Decoded<ASN1T_AcceptableResponses>(FromHex("3004 0402 0101")).status, RTERR_IDNOTFOU);
+}
+
+TEST(OcspExtensionValues, ArchiveCutoffIsABareGeneralizedTime) {
+    Decoded<ASN1T_ArchiveCutoff> cutoff(Cat({FromHex("1811"), Text("20260101000000.5Z")}));
+    ASSERT_EQ(cutoff.status, 0);
+    EXPECT_STREQ(cutoff.value.value, "20260101000000.5Z");
+    EXPECT_EQ(EncodeHex(cutoff.value), ToHex(cutoff.der));
+    EXPECT_EQ(Decoded<ASN1T_ArchiveCutoff>(Tlv(0x17, Text("260101000000Z"))).status,
+              RTERR_IDNOTFOU); // UTCTime
+}
+
+// ---- BER forms of the signed parts --------------------------------------------------------
+
+enum class Form { indefinite, longLength };
+
+// der with its outermost element and that element's first child re-headed: both with an
+// indefinite length, or both with a four-octet long-form length (der itself is DER).
+Bytes Reheaded(const Bytes& der, Form form) {
+    auto header = [](const Bytes& b, std::size_t at, std::size_t& length) {
+        const std::uint8_t first = b.at(at + 1);
+        const std::size_t count = first < 0x80 ? 0 : first & 0x7F;
+        length = first < 0x80 ? first : 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            length = (length << 8) | b.at(at + 2 + i);
+        }
+        return 2 + count;
+    };
+    auto reheader = [form](std::uint8_t tag, const Bytes& content) {
+        if (form == Form::indefinite) {
+            return Cat({Bytes{tag, 0x80}, content, Bytes{0x00, 0x00}});
+        }
+        const auto n = content.size();
+        return Cat({Bytes{tag, 0x84, static_cast<std::uint8_t>(n >> 24),
+                          static_cast<std::uint8_t>(n >> 16), static_cast<std::uint8_t>(n >> 8),
+                          static_cast<std::uint8_t>(n)},
+                    content});
+    };
+    std::size_t outerLength = 0;
+    std::size_t childLength = 0;
+    const std::size_t outerHeader = header(der, 0, outerLength);
+    const std::size_t childHeader = header(der, outerHeader, childLength);
+    const auto begin = der.begin() + static_cast<std::ptrdiff_t>(outerHeader);
+    const auto childEnd = begin + static_cast<std::ptrdiff_t>(childHeader + childLength);
+    const Bytes child = reheader(der[outerHeader],
+                                 Bytes(begin + static_cast<std::ptrdiff_t>(childHeader), childEnd));
+    return reheader(der[0], Cat({child, Bytes(childEnd, der.end())}));
+}
+
+template <class T, class GetRaw>
+void ExpectBerSignedPart(const Bytes& der, Form form, GetRaw getRaw) {
+    const Bytes ber = Reheaded(der, form);
+    ASSERT_NE(ber, der);
+    Decoded<T> decoded(ber);
+    ASSERT_EQ(decoded.status, 0) << decoded.buffer.getErrorText();
+    ASN1OpenType& raw = getRaw(decoded.value);
+    // raw is the signed part as received; the envelope around it is written in DER.
+    const std::size_t start = form == Form::indefinite ? 2 : 6;
+    EXPECT_EQ(raw.data, decoded.der.data() + start);
+    const Bytes signedPart(raw.data, raw.data + raw.numocts);
+    EXPECT_EQ(signedPart.at(1), form == Form::indefinite ? 0x80 : 0x84);
+    const Bytes rest(decoded.der.begin() + static_cast<std::ptrdiff_t>(start + raw.numocts),
+                     decoded.der.end() - (form == Form::indefinite ? 2 : 0));
+    EXPECT_EQ(EncodeHex(decoded.value), ToHex(Tlv(0x30, Cat({signedPart, rest}))));
+    raw = {};
+    EXPECT_EQ(EncodeHex(decoded.value), ToHex(der));
+}
+
+TEST(OcspBer, SignedPartsKeepTheirBerOctetsAndEncodeToDerFromFields) {
+    const Bytes request = ReadData("ocsp/req-signed-ec.der");
+    Decoded<ASN1T_OCSPResponse> outer(ReadData("ocsp/resp-ec.der"));
+    ASSERT_EQ(outer.status, 0);
+    const ASN1TDynOctStr& body = outer.value.responseBytes.response;
+    const Bytes response(body.data, body.data + body.numocts);
+    for (Form form : {Form::indefinite, Form::longLength}) {
+        SCOPED_TRACE(form == Form::indefinite ? "indefinite" : "long form");
+        ExpectBerSignedPart<ASN1T_OCSPRequest>(
+            request, form, [](ASN1T_OCSPRequest& v) -> ASN1OpenType& { return v.tbsRequest.raw; });
+        ExpectBerSignedPart<ASN1T_BasicOCSPResponse>(
+            response, form,
+            [](ASN1T_BasicOCSPResponse& v) -> ASN1OpenType& { return v.tbsResponseData.raw; });
+    }
+}
+
+template <class T> void ExpectEveryCutIsCutOff(const Bytes& ber) {
+    for (std::size_t size = 0; size < ber.size(); ++size) {
+        Decoded<T> cut(Bytes(ber.begin(), ber.begin() + static_cast<std::ptrdiff_t>(size)));
+        EXPECT_EQ(cut.status, RTERR_ENDOFBUF) << "cut to " << size << " octets";
+    }
+}
+
+TEST(OcspBer, IndefiniteMessagesCutAnywhereFailAsCutOff) {
+    // Inside an indefinite length the end of the input, not a length, shows the cut; a cut
+    // where a CHOICE (ResponderID) should begin must say so too.
+    ExpectEveryCutIsCutOff<ASN1T_OCSPRequest>(
+        Reheaded(ReadData("ocsp/req-nonce.der"), Form::indefinite));
+    Decoded<ASN1T_OCSPResponse> outer(ReadData("ocsp/resp-keyid-ec.der"));
+    ASSERT_EQ(outer.status, 0);
+    const ASN1TDynOctStr& body = outer.value.responseBytes.response;
+    ExpectEveryCutIsCutOff<ASN1T_BasicOCSPResponse>(
+        Reheaded(Bytes(body.data, body.data + body.numocts), Form::indefinite));
+}
+
+TEST(OcspBer, ExplicitV1AndConstructedStringsDecodeAndEncodeToDer) {
+    // TBSRequest with version v1 written out, and a CertID whose name hash arrives as a
+    // constructed OCTET STRING of two segments.
+    const Bytes id = Cat({FromHex("300706052b0e03021a"), FromHex("2408 0402aabb 0402ccdd"),
+                          FromHex("0400"), FromHex("020101")});
+    const Bytes ber =
+        Tlv(0x30, Tlv(0x30, Cat({FromHex("a003020100"), Tlv(0x30, Tlv(0x30, Tlv(0x30, id)))})));
+    Decoded<ASN1T_OCSPRequest> req(ber);
+    ASSERT_EQ(req.status, 0) << req.buffer.getErrorText();
+    EXPECT_TRUE(req.value.tbsRequest.m.versionPresent);
+    EXPECT_EQ(req.value.tbsRequest.version, 0);
+    req.value.tbsRequest.raw = {};
+    const Bytes der =
+        Tlv(0x30,
+            Tlv(0x30,
+                Tlv(0x30,
+                    Tlv(0x30, Tlv(0x30, FromHex("300706052b0e03021a 0404aabbccdd 0400 020101"))))));
+    EXPECT_EQ(EncodeHex(req.value), ToHex(der));
+}
+
+} // namespace
