@@ -3,6 +3,7 @@
 #define VELMOR_PKI_OCSP_OCSP_H
 
 #include <pki/ocsp/algorithm_identifier.h>
+#include <pki/ocsp/algorithm_identifier_ex.h>
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/authority_info_access.h>
 #include <pki/ocsp/big_integer.h>
@@ -10,6 +11,7 @@
 #include <pki/ocsp/config.h>
 #include <pki/ocsp/crl_dist_points.h>
 #include <pki/ocsp/crl_reason.h>
+#include <pki/ocsp/crypt_provider.h>
 #include <pki/ocsp/datetime.h>
 #include <pki/ocsp/dll_list.h>
 #include <pki/ocsp/extensions.h>

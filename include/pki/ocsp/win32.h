@@ -33,18 +33,30 @@ inline constexpr HRESULT CRYPT_E_ASN1_BADTAG = static_cast<HRESULT>(0x8009310Bu)
 inline constexpr HRESULT CRYPT_E_NOT_FOUND = static_cast<HRESULT>(0x80092004u);
 inline constexpr HRESULT CRYPT_E_BAD_MSG = static_cast<HRESULT>(0x8009200Du);
 inline constexpr HRESULT NTE_BAD_UID = static_cast<HRESULT>(0x80090001u);
+inline constexpr HRESULT NTE_BAD_KEY = static_cast<HRESULT>(0x80090003u);
 inline constexpr HRESULT NTE_BAD_SIGNATURE = static_cast<HRESULT>(0x80090006u);
 inline constexpr HRESULT NTE_BAD_ALGID = static_cast<HRESULT>(0x80090008u);
+inline constexpr HRESULT NTE_BAD_FLAGS = static_cast<HRESULT>(0x80090009u);
+inline constexpr HRESULT NTE_BAD_TYPE = static_cast<HRESULT>(0x8009000Au);
+inline constexpr HRESULT NTE_BAD_HASH_STATE = static_cast<HRESULT>(0x8009000Cu);
+inline constexpr HRESULT NTE_NO_KEY = static_cast<HRESULT>(0x8009000Du);
+inline constexpr HRESULT NTE_NO_MEMORY = static_cast<HRESULT>(0x8009000Eu);
 inline constexpr HRESULT NTE_BAD_KEYSET = static_cast<HRESULT>(0x80090016u);
+inline constexpr HRESULT NTE_PROV_TYPE_NOT_DEF = static_cast<HRESULT>(0x80090017u);
+inline constexpr HRESULT NTE_KEYSET_NOT_DEF = static_cast<HRESULT>(0x80090019u);
+inline constexpr HRESULT NTE_PROV_TYPE_NO_MATCH = static_cast<HRESULT>(0x8009001Bu);
+inline constexpr HRESULT NTE_PROV_DLL_NOT_FOUND = static_cast<HRESULT>(0x8009001Eu);
 
 // Win32 error codes, as GetLastError reports them.
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 inline constexpr DWORD ERROR_INVALID_DATA = 13;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
 inline constexpr DWORD ERROR_MORE_DATA = 234;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
+inline constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 
 // HRESULT_FROM_WIN32: a positive error becomes 0x8007xxxx with its low 16 bits; zero and
 // negative values (already HRESULTs) pass unchanged.

@@ -1,0 +1,127 @@
+// Signing a hash with a provider's private key and checking a signature with an imported
+// public key. CryptoAPI's signatures are the wire signatures byte-reversed, for RSA
+// PKCS#1 v1.5 and ECDSA (DER Ecdsa-Sig-Value) alike.
+#include "platform/crypt_objects.h"
+
+#include <algorithm>
+#include <openssl/err.h>
+#include <openssl/rsa.h>
+
+namespace Velmor::Win32 {
+
+using namespace Detail;
+
+namespace {
+
+// A signing or verifying context for key over digests made with md (PKCS#1 v1.5 padding for
+// RSA), or null when the key cannot be used with that digest.
+PkeyCtxPtr SignatureContext(EVP_PKEY* key, const EVP_MD* md, bool signing) {
+    PkeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
+    if (context == nullptr || md == nullptr) {
+        return nullptr;
+    }
+    int ok = signing ? EVP_PKEY_sign_init(context.get()) : EVP_PKEY_verify_init(context.get());
+    if (ok == 1 && EVP_PKEY_is_a(key, "RSA") == 1) {
+        ok = EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING);
+    }
+    if (ok == 1) {
+        ok = EVP_PKEY_CTX_set_signature_md(context.get(), md);
+    }
+    return ok == 1 ? std::move(context) : nullptr;
+}
+
+// Signs the hash with its provider's key and keeps the signature, reversed, in the hash.
+// OpenSSL's errors are taken off its queue again: the last error reports the failure.
+BOOL SignHash(HashState& hash) {
+    EVP_PKEY* key = hash.provider->key.get();
+    if (key == nullptr) {
+        return Fail(NTE_NO_KEY);
+    }
+    ERR_set_mark();
+    const PkeyCtxPtr context = SignatureContext(key, DigestFor(hash.algId), true);
+    if (context == nullptr) {
+        ERR_pop_to_mark();
+        return Fail(NTE_BAD_ALGID);
+    }
+    const std::span<const BYTE> digest = FinishHash(hash);
+    std::size_t size = 0;
+    std::vector<BYTE> signature;
+    bool ok = EVP_PKEY_sign(context.get(), nullptr, &size, digest.data(), digest.size()) == 1;
+    if (ok) {
+        signature.resize(size);
+        ok = EVP_PKEY_sign(context.get(), signature.data(), &size, digest.data(), digest.size()) ==
+             1;
+    }
+    ERR_pop_to_mark();
+    if (!ok) {
+        return Fail(NTE_BAD_KEY);
+    }
+    signature.resize(size);
+    std::reverse(signature.begin(), signature.end());
+    hash.signature = std::move(signature);
+    return TRUE;
+}
+
+// A copy of size bytes at data in reverse order.
+std::vector<BYTE> Reversed(const BYTE* data, DWORD size) {
+    std::vector<BYTE> bytes(size);
+    for (DWORD i = 0; i < size; ++i) {
+        bytes[i] = data[size - 1 - i];
+    }
+    return bytes;
+}
+
+} // namespace
+
+BOOL CryptSignHashW(HCRYPTHASH hash, DWORD keySpec, const wchar_t* /*description*/, DWORD flags,
+                    BYTE* signature, DWORD* signatureSize) {
+    const auto state = HashHandles().Find(hash);
+    if (state == nullptr) {
+        return Fail(NTE_BAD_UID);
+    }
+    if (flags != 0) {
+        return Fail(NTE_BAD_FLAGS);
+    }
+    if (keySpec != AT_SIGNATURE && keySpec != AT_KEYEXCHANGE) {
+        return Fail(NTE_BAD_ALGID);
+    }
+    if (signatureSize == nullptr) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    // ECDSA signatures vary in length: signing once and keeping the result makes the size a
+    // query reports the size of the signature the next call returns.
+    if (state->signature.empty() && !SignHash(*state)) {
+        return FALSE;
+    }
+    return CopyOut(state->signature, signature, signatureSize);
+}
+
+BOOL CryptVerifySignatureA(HCRYPTHASH hash, const BYTE* signature, DWORD signatureSize,
+                           HCRYPTKEY publicKey, const char* /*description*/, DWORD flags) {
+    const auto hashState = HashHandles().Find(hash);
+    const auto keyState = KeyHandles().Find(publicKey);
+    if (hashState == nullptr || keyState == nullptr) {
+        return Fail(NTE_BAD_UID);
+    }
+    if (flags != 0) {
+        return Fail(NTE_BAD_FLAGS);
+    }
+    if (signature == nullptr && signatureSize != 0) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    ERR_set_mark();
+    const PkeyCtxPtr context =
+        SignatureContext(keyState->key.get(), DigestFor(hashState->algId), false);
+    if (context == nullptr) {
+        ERR_pop_to_mark();
+        return Fail(NTE_BAD_ALGID);
+    }
+    const std::vector<BYTE> wire = Reversed(signature, signatureSize);
+    const std::span<const BYTE> digest = FinishHash(*hashState);
+    const int verified =
+        EVP_PKEY_verify(context.get(), wire.data(), wire.size(), digest.data(), digest.size());
+    ERR_pop_to_mark();
+    return verified == 1 ? TRUE : Fail(NTE_BAD_SIGNATURE);
+}
+
+} // namespace Velmor::Win32
