@@ -8,6 +8,8 @@
 #include <pki/ocsp/authority_info_access.h>
 #include <pki/ocsp/big_integer.h>
 #include <pki/ocsp/blob.h>
+#include <pki/ocsp/cert_id.h>
+#include <pki/ocsp/cert_id_with_signature.h>
 #include <pki/ocsp/config.h>
 #include <pki/ocsp/crl_dist_points.h>
 #include <pki/ocsp/crl_reason.h>
@@ -16,6 +18,7 @@
 #include <pki/ocsp/dll_list.h>
 #include <pki/ocsp/extensions.h>
 #include <pki/ocsp/general_name.h>
+#include <pki/ocsp/req_cert.h>
 #include <pki/ocsp/response_message.h>
 #include <pki/ocsp/string_proxy.h>
 #include <pki/ocsp/win32.h>

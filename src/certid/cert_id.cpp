@@ -1,0 +1,97 @@
+// CCertID: value semantics, DER codec and equality. The constructor that hashes two
+// certificates is in cert_id_hashing.cpp.
+#include <pki/ocsp/cert_id.h>
+
+#include "certid/cert_id_traits.h"
+#include "foundation/asn1_traits.h"
+#include "foundation/codec_frame.h"
+
+namespace Velmor::PKI::OCSP {
+
+using namespace Velmor::ASN1;
+
+namespace {
+void SetOctets(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value) {
+    out.numocts = static_cast<OSUINT32>(value.cbData());
+    out.data = Codec::CopyBytes(ctxt, value.pbData(), value.cbData());
+}
+
+CBlob OctetsOf(const ASN1TDynOctStr& in) { return CBlob(in.data, in.numocts); }
+} // namespace
+
+void ASN1T_CertID_set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
+    out.hashAlgorithm =
+        ASN1T_AlgorithmIdentifier_set(ctxt, value.get_hashAlgorithm().get_algorithm(),
+                                      &value.get_hashAlgorithm().get_parameters());
+    SetOctets(ctxt, out.issuerKeyHash, value.get_issuerKeyHash());
+    SetOctets(ctxt, out.issuerNameHash, value.get_issuerNameHash());
+    out.serialNumber = BigIntegerToASN1String(ctxt, value.get_serialNumber());
+}
+
+CCertID ASN1T_CertID_get(const ASN1T_CertID& in) {
+    CAlgorithmIdentifier hashAlgorithm;
+    ASN1T_AlgorithmIdentifier_get(hashAlgorithm, in.hashAlgorithm);
+    return CCertID(hashAlgorithm, OctetsOf(in.issuerNameHash), OctetsOf(in.issuerKeyHash),
+                   ASN1StringToBigInteger(in.serialNumber));
+}
+
+CCertID::CCertID() = default;
+
+CCertID::CCertID(const CAlgorithmIdentifier& hashAlgorithm, const CBlob& issuerNameHash,
+                 const CBlob& issuerKeyHash, const CBigInteger& serialNumber)
+    : m_hashAlgorithm(hashAlgorithm), m_issuerNameHash(issuerNameHash),
+      m_issuerKeyHash(issuerKeyHash), m_serialNumber(serialNumber) {}
+
+CCertID::CCertID(const CCertID& other) = default;
+
+CCertID& CCertID::operator=(const CCertID& other) {
+    if (this != &other) {
+        m_hashAlgorithm = other.m_hashAlgorithm;
+        m_issuerKeyHash = other.m_issuerKeyHash;
+        m_issuerNameHash = other.m_issuerNameHash;
+        m_serialNumber = other.m_serialNumber;
+    }
+    return *this;
+}
+
+CCertID::~CCertID() = default;
+
+CBlob CCertID::encode() const {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_CertID structure;
+    ASN1T_CertID_set(buffer.getCtxtPtr(), structure, *this);
+    ASN1C_CertID control(buffer, structure);
+    return Codec::TakeEncoding(buffer, control.Encode());
+}
+
+void CCertID::decode(const CBlob& encoded) {
+    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
+    ASN1T_CertID structure;
+    ASN1C_CertID control(buffer, structure);
+    Codec::ThrowIfFailed(control.Decode());
+    // The whole value is converted before any field changes.
+    *this = ASN1T_CertID_get(structure);
+}
+
+const CAlgorithmIdentifier& CCertID::get_hashAlgorithm() const noexcept { return m_hashAlgorithm; }
+const CBlob& CCertID::get_issuerNameHash() const noexcept { return m_issuerNameHash; }
+const CBlob& CCertID::get_issuerKeyHash() const noexcept { return m_issuerKeyHash; }
+const CBigInteger& CCertID::get_serialNumber() const noexcept { return m_serialNumber; }
+
+void CCertID::put_hashAlgorithm(const CAlgorithmIdentifier& hashAlgorithm) {
+    m_hashAlgorithm = hashAlgorithm;
+}
+void CCertID::put_issuerNameHash(const CBlob& issuerNameHash) { m_issuerNameHash = issuerNameHash; }
+void CCertID::put_issuerKeyHash(const CBlob& issuerKeyHash) { m_issuerKeyHash = issuerKeyHash; }
+void CCertID::put_serialNumber(const CBigInteger& serialNumber) { m_serialNumber = serialNumber; }
+
+bool operator==(const CCertID& a, const CCertID& b) {
+    return a.get_hashAlgorithm() == b.get_hashAlgorithm() &&
+           a.get_issuerKeyHash() == b.get_issuerKeyHash() &&
+           a.get_issuerNameHash() == b.get_issuerNameHash() &&
+           a.get_serialNumber() == b.get_serialNumber();
+}
+
+bool operator!=(const CCertID& a, const CCertID& b) { return !(a == b); }
+
+} // namespace Velmor::PKI::OCSP

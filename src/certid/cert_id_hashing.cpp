@@ -1,0 +1,127 @@
+// The constructors that read certificates through CryptoAPI: CCertID from a certificate and
+// its issuer, CCertIdWithSignature from one certificate.
+#include "asn1/pkix_types.h"
+#include "certid/algorithm_lookup.h"
+#include "platform/crypt_raii.h"
+
+#include <pki/ocsp/algorithm_identifier_ex.h>
+#include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/cert_id.h>
+#include <pki/ocsp/cert_id_with_signature.h>
+
+namespace Velmor::PKI::OCSP {
+
+using namespace Velmor::ASN1;
+using namespace Velmor::Win32;
+
+namespace {
+
+constexpr DWORD kCertEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+// A parsed certificate, for the caller to own; a certificate CryptoAPI rejects throws its
+// last error.
+PCCERT_CONTEXT ParseCertificate(const CBlob& der) {
+    PCCERT_CONTEXT context =
+        CertCreateCertificateContext(kCertEncoding, der.pbData(), der.cbData());
+    if (context == nullptr) {
+        ATL::AtlThrowLastWin32();
+    }
+    return context;
+}
+
+CBlob BlobOf(const CRYPT_INTEGER_BLOB& blob) { return CBlob(blob.pbData, blob.cbData); }
+
+// The contents octets of a DER INTEGER (tag, then a short or long definite length).
+CBlob IntegerContents(const CBlob& der) {
+    const BYTE* p = der.pbData();
+    const DWORD size = der.cbData();
+    DWORD header = 2;
+    if (size >= 2 && (p[1] & 0x80) != 0) {
+        header += p[1] & 0x7F;
+    }
+    if (size <= header) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+    return CBlob(p + header, size - header);
+}
+
+// CryptoAPI keeps a serial number little-endian; CryptEncodeObject turns it into a DER
+// INTEGER, whose contents are the big integer.
+CBigInteger SerialNumberOf(const CERT_INFO& info) {
+    DWORD size = 0;
+    if (!CryptEncodeObject(kCertEncoding, X509_MULTI_BYTE_INTEGER, &info.SerialNumber, nullptr,
+                           &size)) {
+        ATL::AtlThrowLastWin32();
+    }
+    CBlob der(size);
+    if (!CryptEncodeObject(kCertEncoding, X509_MULTI_BYTE_INTEGER, &info.SerialNumber, der.pbData(),
+                           &size)) {
+        ATL::AtlThrowLastWin32();
+    }
+    CBigInteger serialNumber;
+    serialNumber.decode(IntegerContents(der));
+    return serialNumber;
+}
+
+// The certificate's outer signature octets in wire order: as many octets as its bit count
+// needs.
+CBlob SignatureOctets(const CBlob& certificate) {
+    ASN1BERDecodeBuffer buffer(certificate.pbData(), certificate.cbData());
+    ASN1T_Certificate decoded{};
+    ASN1C_Certificate control(buffer, decoded);
+    if (control.Decode() < 0) {
+        // Reported like a CryptoAPI failure, as the last error, and not as an ASN.1 code.
+        ATL::AtlThrowLastWin32();
+    }
+    const ASN1TDynBitStr& bits = decoded.signature;
+    const OSUINT32 octets = bits.numbits == 0 ? 0 : (bits.numbits - 1) / 8 + 1;
+    return CBlob(bits.data, octets);
+}
+
+CBlob ToBeSignedHash(const CBlob& certificate) {
+    DWORD size = 0;
+    if (!CryptHashToBeSigned(0, kCertEncoding, certificate.pbData(), certificate.cbData(), nullptr,
+                             &size)) {
+        ATL::AtlThrowLastWin32();
+    }
+    CBlob hash(size);
+    if (!CryptHashToBeSigned(0, kCertEncoding, certificate.pbData(), certificate.cbData(),
+                             hash.pbData(), &size)) {
+        ATL::AtlThrowLastWin32();
+    }
+    hash.resize_to(size);
+    return hash;
+}
+
+} // namespace
+
+CCertID::CCertID(const CAlgorithmIdentifierEx& hashAlgorithm, const CBlob& certificate,
+                 const CBlob& issuerCertificate) {
+    // The issuer is parsed first, so that a bad issuer is the error reported. Contexts are
+    // released in reverse order: the certificate's, then the issuer's.
+    const CScopedCertContext issuer(ParseCertificate(issuerCertificate));
+    const CScopedCertContext subject(ParseCertificate(certificate));
+    const CERT_INFO& issuerInfo = *issuer.get()->pCertInfo;
+    const CERT_INFO& subjectInfo = *subject.get()->pCertInfo;
+
+    // The OID and parameters only; the resolved ALG_ID stays in the caller's object.
+    m_hashAlgorithm = hashAlgorithm;
+    const CRYPT_BIT_BLOB& issuerKey = issuerInfo.SubjectPublicKeyInfo.PublicKey;
+    m_issuerKeyHash =
+        HashBlob(hashAlgorithm.get_algId(), CBlob(issuerKey.pbData, issuerKey.cbData));
+    m_issuerNameHash = HashBlob(hashAlgorithm.get_algId(), BlobOf(subjectInfo.Issuer));
+    m_serialNumber = SerialNumberOf(subjectInfo);
+}
+
+CCertIdWithSignature::CCertIdWithSignature(const CBlob& certificate) {
+    const CScopedCertContext context(ParseCertificate(certificate));
+    const CERT_INFO& info = *context.get()->pCertInfo;
+    m_issuer = BlobOf(info.Issuer);
+    m_serialNumber = SerialNumberOf(info);
+    m_signatureAlgorithm.put_algorithm(info.SignatureAlgorithm.pszObjId);
+    m_signatureAlgorithm.put_parameters(BlobOf(info.SignatureAlgorithm.Parameters));
+    m_signatureValue = SignatureOctets(certificate);
+    m_tbsCertificateHash = ToBeSignedHash(certificate);
+}
+
+} // namespace Velmor::PKI::OCSP
