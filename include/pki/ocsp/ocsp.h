@@ -19,7 +19,9 @@
 #include <pki/ocsp/extensions.h>
 #include <pki/ocsp/general_name.h>
 #include <pki/ocsp/req_cert.h>
+#include <pki/ocsp/request_message.h>
 #include <pki/ocsp/response_message.h>
+#include <pki/ocsp/single_request.h>
 #include <pki/ocsp/string_proxy.h>
 #include <pki/ocsp/win32.h>
 

@@ -1,0 +1,99 @@
+// Message signatures through CryptoAPI. CryptoAPI gives and takes signatures little-endian;
+// the BIT STRINGs of the messages hold them big-endian, so they are reversed on the way.
+#include "certid/message_signature.h"
+
+#include "certid/algorithm_lookup.h"
+#include "platform/crypt_raii.h"
+
+#include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/crypt_provider.h>
+
+namespace Velmor::PKI::OCSP {
+
+using namespace Velmor::Win32;
+
+namespace {
+
+constexpr DWORD kCertEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+void Check(BOOL ok) {
+    if (!ok) {
+        ATL::AtlThrowLastWin32();
+    }
+}
+
+// The hash of a signature algorithm, as CryptoAPI's OID table gives it.
+ALG_ID SignatureHashAlgId(const char* oid) {
+    PCCRYPT_OID_INFO info =
+        CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, oid, CRYPT_SIGN_ALG_OID_GROUP_ID);
+    if (info == nullptr) {
+        ATL::AtlThrow(CRYPT_E_NOT_FOUND);
+    }
+    return info->Algid;
+}
+
+void HashInto(CScopedHash& hash, HCRYPTPROV provider, ALG_ID algId, const CBlob& data) {
+    Check(CryptCreateHash(provider, algId, 0, 0, hash.put()));
+    Check(CryptHashData(hash.get(), data.pbData(), data.cbData(), 0));
+}
+
+CBlob SignHash(HCRYPTHASH hash, DWORD keySpec) {
+    DWORD size = 0;
+    Check(CryptSignHashW(hash, keySpec, nullptr, 0, nullptr, &size));
+    CBlob signature(size);
+    Check(CryptSignHashW(hash, keySpec, nullptr, 0, signature.pbData(), &size));
+    signature.resize_to(size);
+    return signature;
+}
+
+} // namespace
+
+CBlob SignData(std::uint64_t provider, unsigned long keySpec,
+               const ASN1::CAlgorithmIdentifierEx& algorithm, const CBlob& data) {
+    const ALG_ID hashAlgId = SignatureHashAlgId(algorithm.get_algorithm());
+    // Our own reference to the caller's provider for the time of the call. A failure to
+    // take it is not reported: the hash creation below reports a bad handle.
+    CScopedProvider reference;
+    if (provider != 0 && CryptContextAddRef(provider, nullptr, 0)) {
+        reference.reset(provider);
+    }
+    CScopedHash hash;
+    HashInto(hash, provider, hashAlgId, data);
+    CBlob signature = SignHash(hash.get(), keySpec);
+    signature.reverse();
+    if (reference) {
+        Check(CryptReleaseContext(reference.detach(), 0));
+    }
+    return signature;
+}
+
+bool VerifyData(const CBlob& signerCertificate, const ASN1::CAlgorithmIdentifierEx& algorithm,
+                const CBlob& signature, const CBlob& data) {
+    const CScopedCertContext certificate(CertCreateCertificateContext(
+        kCertEncoding, signerCertificate.pbData(), signerCertificate.cbData()));
+    if (!certificate) {
+        ATL::AtlThrowLastWin32();
+    }
+    const CERT_PUBLIC_KEY_INFO& publicKey = certificate.get()->pCertInfo->SubjectPublicKeyInfo;
+    const CScopedProvider provider(
+        AcquireContextForAlgId(CertOIDToAlgId(publicKey.Algorithm.pszObjId)));
+    if (!provider) {
+        ATL::AtlThrowLastWin32();
+    }
+    CScopedHash hash;
+    HashInto(hash, provider.get(), algorithm.get_algId(), data);
+    CBlob reversed(signature);
+    reversed.reverse();
+    CScopedKey key;
+    Check(CryptImportPublicKeyInfo(provider.get(), kCertEncoding, &publicKey, key.put()));
+    if (CryptVerifySignatureA(hash.get(), reversed.pbData(), reversed.cbData(), key.get(), nullptr,
+                              0)) {
+        return true;
+    }
+    if (GetLastError() == static_cast<DWORD>(NTE_BAD_SIGNATURE)) {
+        return false;
+    }
+    ATL::AtlThrowLastWin32();
+}
+
+} // namespace Velmor::PKI::OCSP

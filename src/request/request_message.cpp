@@ -1,0 +1,231 @@
+// CRequestMessage: fields, copies and the DER codec. Signing and verification are in
+// request_signing.cpp.
+#include <pki/ocsp/request_message.h>
+
+#include "request/request_message_data.h"
+
+#include <pki/ocsp/atl_exception.h>
+#include <stdexcept>
+
+namespace Velmor::PKI::OCSP {
+
+using namespace Velmor::ASN1;
+using namespace Velmor::Win32;
+
+namespace {
+
+template <class T> std::unique_ptr<T> CopyOf(const T* value) {
+    return value != nullptr ? std::make_unique<T>(*value) : nullptr;
+}
+
+// The DER of every certificate of a decoded SEQUENCE OF Certificate, in order; each one is
+// written back from the octets it arrived in.
+std::unique_ptr<CBlobList> CertificatesOf(const ASN1T__SeqOfCertificate& certs) {
+    auto list = std::make_unique<CBlobList>();
+    for (const OSRTDListNode* node = certs.head; node != nullptr; node = node->next) {
+        list->push_back(Codec::EncodeToBlob(*static_cast<const ASN1T_Certificate*>(node->data)));
+    }
+    return list;
+}
+
+// Appends one Certificate structure per blob to certs, each decoded from its blob and copied
+// into ctxt.
+void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlobList& blobs) {
+    for (const CBlob& blob : blobs) {
+        auto* certificate =
+            new (Codec::AllocZ(ctxt, sizeof(ASN1T_Certificate))) ASN1T_Certificate();
+        Codec::DecodeInto(ctxt, blob, *certificate, asn1Copy_Certificate);
+        if (rtDListAppend(ctxt, &certs, certificate) != 0) {
+            ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+        }
+    }
+}
+
+// Appends the entries of from to to, the list's length limit checked first. Into an empty
+// list (the usual case, a fresh object) the entries are exchanged rather than copied.
+void AppendEntries(CSingleRequestList& to, CSingleRequestList& from) {
+    if (to.empty()) {
+        to.swap(from);
+        return;
+    }
+    if (from.size() > to.max_size() - to.size()) {
+        throw std::length_error("list<T> too long");
+    }
+    for (const CSingleRequest& request : from) {
+        to.push_back(request);
+    }
+}
+
+} // namespace
+
+CRequestMessage::Data::Data(const Data& other)
+    : version(other.version), requestList(other.requestList),
+      requestorName(CopyOf(other.requestorName.get())),
+      requestExtensions(CopyOf(other.requestExtensions.get())),
+      signatureAlgorithm(CopyOf(other.signatureAlgorithm.get())),
+      signature(CopyOf(other.signature.get())), certs(CopyOf(other.certs.get())) {
+    // signedBytes stays empty: a copy is verified over a fresh encoding of its tbsRequest.
+}
+
+void CRequestMessage::Data::FillTbsRequest(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out) const {
+    ASN1T_TBSRequest& tbs = out.tbsRequest;
+    if (version != v1) {
+        tbs.m.versionPresent = 1;
+        tbs.version = version;
+    }
+    for (const CSingleRequest& request : requestList) {
+        if (rtDListAppend(ctxt, &tbs.requestList, &ASN1T_Request_set(ctxt, request)) != 0) {
+            ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+        }
+    }
+    if (requestorName) {
+        CGeneralName name;
+        name.put_directoryName(*requestorName);
+        ASN1T_GeneralName_traits::set(ctxt, tbs.requestorName, name);
+        tbs.m.requestorNamePresent = 1;
+    }
+    if (requestExtensions && !requestExtensions->empty()) {
+        tbs.m.requestExtensionsPresent = 1;
+        ASN1T_Extensions_traits::set(ctxt, tbs.requestExtensions, *requestExtensions);
+    }
+    if (!signature || signature->cbData() == 0) {
+        return; // no signature, and so no certificates either
+    }
+    if (!signatureAlgorithm) {
+        ATL::AtlThrow(CRYPT_E_BAD_MSG);
+    }
+    out.m.optionalSignaturePresent = 1;
+    ASN1T_Signature& sig = out.optionalSignature;
+    ASN1TDynBitStr_traits::set(ctxt, sig.signature, *signature);
+    sig.signatureAlgorithm = ASN1T_AlgorithmIdentifier_set(
+        ctxt, signatureAlgorithm->get_algorithm(), &signatureAlgorithm->get_parameters());
+    if (certs && !certs->empty()) {
+        sig.m.certsPresent = 1;
+        SetCertificates(ctxt, sig.certs, *certs);
+    }
+}
+
+CBlob CRequestMessage::Data::EncodeTbsRequest() const {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_OCSPRequest message;
+    FillTbsRequest(buffer.getCtxtPtr(), message);
+    ASN1C_TBSRequest control(buffer, message.tbsRequest);
+    return Codec::TakeEncoding(buffer, control.Encode());
+}
+
+CRequestMessage::CRequestMessage() : m_data(new Data()) {}
+
+CRequestMessage::CRequestMessage(const CRequestMessage& other) : m_data(new Data(*other.m_data)) {}
+
+CRequestMessage& CRequestMessage::operator=(const CRequestMessage& other) {
+    if (this != &other) {
+        Data* copy = new Data(*other.m_data);
+        clear();
+        m_data = copy;
+    }
+    return *this;
+}
+
+CRequestMessage::~CRequestMessage() { clear(); }
+
+void CRequestMessage::clear() {
+    delete m_data;
+    m_data = nullptr;
+}
+
+Version CRequestMessage::get_version() const { return m_data->version; }
+
+const CSingleRequestList& CRequestMessage::get_requestList() const { return m_data->requestList; }
+
+void CRequestMessage::put_requestList(const CSingleRequestList& requestList) {
+    bool onlyCertIds = true;
+    for (const CSingleRequest& request : requestList) {
+        onlyCertIds = onlyCertIds && request.get_reqCert().get_certID() != nullptr;
+    }
+    m_data->version = onlyCertIds ? v1 : v2;
+    if (&requestList != &m_data->requestList) {
+        m_data->requestList = requestList;
+    }
+}
+
+const CBlob* CRequestMessage::get_requestorName() const { return m_data->requestorName.get(); }
+
+void CRequestMessage::put_requestorName(const CBlob* requestorName) {
+    m_data->requestorName = CopyOf(requestorName);
+}
+
+const CExtensions* CRequestMessage::get_requestExtensions() const {
+    return m_data->requestExtensions.get();
+}
+
+void CRequestMessage::put_requestExtensions(const CExtensions* requestExtensions) {
+    m_data->requestExtensions = CopyOf(requestExtensions);
+}
+
+const CBlob* CRequestMessage::get_signature() const { return m_data->signature.get(); }
+
+const CAlgorithmIdentifierEx* CRequestMessage::get_signatureAlgorithm() const {
+    return m_data->signatureAlgorithm.get();
+}
+
+const CBlobList* CRequestMessage::get_signatureCerts() const { return m_data->certs.get(); }
+
+CBlob CRequestMessage::encode() const {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_OCSPRequest message;
+    m_data->FillTbsRequest(buffer.getCtxtPtr(), message);
+    ASN1C_OCSPRequest control(buffer, message);
+    return Codec::TakeEncoding(buffer, control.Encode());
+}
+
+void CRequestMessage::decode(const CBlob& encoded) {
+    Codec::RequireNonEmpty(encoded);
+    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
+    ASN1T_OCSPRequest message;
+    ASN1C_OCSPRequest control(buffer, message);
+    Codec::ThrowIfFailed(control.Decode());
+    const ASN1T_TBSRequest& tbs = message.tbsRequest;
+
+    // Everything is converted aside; the object changes only once nothing can fail but
+    // the append of the decoded entries, which leaves the list as it was when it throws.
+    Data decoded;
+    decoded.version = tbs.m.versionPresent ? static_cast<Version>(tbs.version) : v1;
+    for (const OSRTDListNode* node = tbs.requestList.head; node != nullptr; node = node->next) {
+        decoded.requestList.push_back(
+            ASN1T_Request_get(*static_cast<const ASN1T_Request*>(node->data)));
+    }
+    if (tbs.m.requestorNamePresent) {
+        CGeneralName name;
+        ASN1T_GeneralName_traits::get(tbs.requestorName, name);
+        if (name.get_directoryName() == nullptr) {
+            ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL); // only a directoryName names a requestor here
+        }
+        decoded.requestorName = std::make_unique<CBlob>(*name.get_directoryName());
+    }
+    if (tbs.m.requestExtensionsPresent) {
+        decoded.requestExtensions = std::make_unique<CExtensions>();
+        ASN1T_Extensions_traits::get(tbs.requestExtensions, *decoded.requestExtensions);
+    }
+    if (message.m.optionalSignaturePresent) {
+        const ASN1T_Signature& sig = message.optionalSignature;
+        decoded.signature = std::make_unique<CBlob>();
+        ASN1TDynBitStr_traits::get(sig.signature, *decoded.signature);
+        decoded.signatureAlgorithm = std::make_unique<CAlgorithmIdentifierEx>();
+        ASN1T_AlgorithmIdentifier_get(*decoded.signatureAlgorithm, sig.signatureAlgorithm);
+        if (sig.m.certsPresent) {
+            decoded.certs = CertificatesOf(sig.certs);
+        }
+    }
+    decoded.signedBytes = CBlob(tbs.raw.data, tbs.raw.numocts);
+
+    AppendEntries(m_data->requestList, decoded.requestList);
+    m_data->version = decoded.version;
+    m_data->requestorName = std::move(decoded.requestorName);
+    m_data->requestExtensions = std::move(decoded.requestExtensions);
+    m_data->signatureAlgorithm = std::move(decoded.signatureAlgorithm);
+    m_data->signature = std::move(decoded.signature);
+    m_data->certs = std::move(decoded.certs);
+    m_data->signedBytes = std::move(decoded.signedBytes);
+}
+
+} // namespace Velmor::PKI::OCSP

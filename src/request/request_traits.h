@@ -1,0 +1,21 @@
+// Conversions between the request classes and their ASN.1 structures.
+#ifndef VELMOR_SRC_REQUEST_REQUEST_TRAITS_H
+#define VELMOR_SRC_REQUEST_REQUEST_TRAITS_H
+
+#include "asn1/ocsp_types.h"
+#include "certid/cert_id_traits.h"
+#include "foundation/asn1_traits.h"
+#include "foundation/codec_frame.h"
+
+#include <pki/ocsp/single_request.h>
+
+namespace Velmor::PKI::OCSP {
+
+// A Request structure in ctxt memory for one entry (CRYPT_E_ASN1_MEMORY when it runs out).
+ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request);
+// The entry of a decoded Request; present extensions are kept even when empty.
+CSingleRequest ASN1T_Request_get(const ASN1T_Request& in);
+
+} // namespace Velmor::PKI::OCSP
+
+#endif

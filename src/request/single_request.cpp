@@ -1,0 +1,92 @@
+// CSingleRequest and its list.
+#include <pki/ocsp/single_request.h>
+
+#include "foundation/dll_list_impl.h"
+#include "request/request_traits.h"
+
+#include <memory>
+
+namespace Velmor::PKI::OCSP {
+
+using ASN1::CExtensions;
+
+struct CSingleRequest::Data {
+    CReqCert reqCert;
+    std::unique_ptr<CExtensions> singleRequestExtensions;
+
+    Data() = default;
+    explicit Data(const CReqCert& cert) : reqCert(cert) {}
+    Data(const Data& other)
+        : reqCert(other.reqCert), singleRequestExtensions(other.singleRequestExtensions
+                                                              ? std::make_unique<CExtensions>(
+                                                                    *other.singleRequestExtensions)
+                                                              : nullptr) {}
+};
+
+CSingleRequest::CSingleRequest() : m_data(new Data()) {}
+
+CSingleRequest::CSingleRequest(const CReqCert& reqCert) : m_data(new Data(reqCert)) {}
+
+CSingleRequest::CSingleRequest(const CSingleRequest& other) : m_data(new Data(*other.m_data)) {}
+
+CSingleRequest& CSingleRequest::operator=(const CSingleRequest& other) {
+    if (this != &other) {
+        Data* copy = new Data(*other.m_data);
+        clear();
+        m_data = copy;
+    }
+    return *this;
+}
+
+CSingleRequest::~CSingleRequest() { clear(); }
+
+void CSingleRequest::clear() {
+    delete m_data;
+    m_data = nullptr;
+}
+
+const CReqCert& CSingleRequest::get_reqCert() const { return m_data->reqCert; }
+
+const CExtensions* CSingleRequest::get_singleRequestExtensions() const {
+    return m_data->singleRequestExtensions.get();
+}
+
+void CSingleRequest::put_singleRequestExtensions(const CExtensions* extensions) {
+    m_data->singleRequestExtensions =
+        extensions != nullptr ? std::make_unique<CExtensions>(*extensions) : nullptr;
+}
+
+ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request) {
+    auto* out = new (Codec::AllocZ(ctxt, sizeof(ASN1T_Request))) ASN1T_Request();
+    ASN1T_ReqCert_set(ctxt, out->reqCert, request.get_reqCert());
+    const CExtensions* extensions = request.get_singleRequestExtensions();
+    if (extensions != nullptr && !extensions->empty()) {
+        out->m.singleRequestExtensionsPresent = 1;
+        ASN1::ASN1T_Extensions_traits::set(ctxt, out->singleRequestExtensions, *extensions);
+    }
+    return *out;
+}
+
+CSingleRequest ASN1T_Request_get(const ASN1T_Request& in) {
+    // The decoded alternative replaces this placeholder.
+    CReqCert reqCert(CReqCert::certificate, CBlob());
+    ASN1T_ReqCert_get(in.reqCert, reqCert);
+    CSingleRequest request(reqCert);
+    if (in.m.singleRequestExtensionsPresent) {
+        CExtensions extensions;
+        ASN1::ASN1T_Extensions_traits::get(in.singleRequestExtensions, extensions);
+        request.put_singleRequestExtensions(&extensions);
+    }
+    return request;
+}
+
+CSingleRequestList::CSingleRequestList() = default;
+CSingleRequestList::CSingleRequestList(const CSingleRequestList& other) = default;
+CSingleRequestList& CSingleRequestList::operator=(const CSingleRequestList& other) = default;
+CSingleRequestList::~CSingleRequestList() = default;
+
+} // namespace Velmor::PKI::OCSP
+
+namespace Velmor {
+template class CDllList<PKI::OCSP::CSingleRequest>;
+}
