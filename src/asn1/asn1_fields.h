@@ -5,6 +5,8 @@
 
 #include "asn1/asn1_runtime.h"
 
+#include <utility>
+
 namespace Velmor::Asn1Rt {
 
 // Reads "[n] EXPLICIT <inner>": enters the context tag and lets readInner read the inner
@@ -15,6 +17,17 @@ template <class F> void readExplicit(BerReader& r, OSUINT32 n, const char* name,
         readInner(inner);
         r.leave(inner);
     }
+}
+
+// Reads "[n] EXPLICIT <inner> OPTIONAL": true, after reading it, when the next element has
+// the context tag; false, reading nothing, otherwise.
+template <class F>
+bool readOptionalExplicit(BerReader& r, OSUINT32 n, const char* name, F&& readInner) {
+    if (!r.nextIs(asn1CtxtConsTag(n))) {
+        return false;
+    }
+    readExplicit(r, n, name, std::forward<F>(readInner));
+    return true;
 }
 
 // Writes "[n] EXPLICIT <inner>": writeInner prepends the inner value, which is then wrapped

@@ -75,11 +75,8 @@ int asn1D(BerReader& r, ASN1T_RevokedInfo& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "RevokedInfo")) {
         seq.readTime(v.revocationTime, ASN1TAG_GENERALIZEDTIME);
-        v.m.revocationReasonPresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.revocationReasonPresent) {
-            readExplicit(seq, 0, "revocationReason",
-                         [&](BerReader& in) { in.readEnum(v.revocationReason); });
-        }
+        v.m.revocationReasonPresent = readOptionalExplicit(
+            seq, 0, "revocationReason", [&](BerReader& in) { in.readEnum(v.revocationReason); });
         r.leave(seq);
     }
     return r.status();
@@ -166,16 +163,11 @@ int asn1D(BerReader& r, ASN1T_SingleResponse& v, ASN1TAG tag) {
     asn1D(seq, v.certID);
     asn1D(seq, v.certStatus);
     seq.readTime(v.thisUpdate, ASN1TAG_GENERALIZEDTIME);
-    v.m.nextUpdatePresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.nextUpdatePresent) {
-        readExplicit(seq, 0, "nextUpdate",
-                     [&](BerReader& in) { in.readTime(v.nextUpdate, ASN1TAG_GENERALIZEDTIME); });
-    }
-    v.m.singleExtensionsPresent = seq.nextIs(asn1CtxtConsTag(1));
-    if (v.m.singleExtensionsPresent) {
-        readExplicit(seq, 1, "singleExtensions",
-                     [&](BerReader& in) { asn1D(in, v.singleExtensions); });
-    }
+    v.m.nextUpdatePresent = readOptionalExplicit(seq, 0, "nextUpdate", [&](BerReader& in) {
+        in.readTime(v.nextUpdate, ASN1TAG_GENERALIZEDTIME);
+    });
+    v.m.singleExtensionsPresent = readOptionalExplicit(
+        seq, 1, "singleExtensions", [&](BerReader& in) { asn1D(in, v.singleExtensions); });
     r.leave(seq);
     return r.status();
 }
@@ -240,18 +232,13 @@ int asn1D(BerReader& r, ASN1T_ResponseData& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "ResponseData")) {
         return r.status();
     }
-    v.m.versionPresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.versionPresent) {
-        readExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
-    }
+    v.m.versionPresent =
+        readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
     asn1D(seq, v.responderID);
     seq.readTime(v.producedAt, ASN1TAG_GENERALIZEDTIME);
     asn1D(seq, v.responses);
-    v.m.responseExtensionsPresent = seq.nextIs(asn1CtxtConsTag(1));
-    if (v.m.responseExtensionsPresent) {
-        readExplicit(seq, 1, "responseExtensions",
-                     [&](BerReader& in) { asn1D(in, v.responseExtensions); });
-    }
+    v.m.responseExtensionsPresent = readOptionalExplicit(
+        seq, 1, "responseExtensions", [&](BerReader& in) { asn1D(in, v.responseExtensions); });
     r.leave(seq);
     keepRaw(r, start, v.raw);
     return r.status();
@@ -294,10 +281,8 @@ int asn1D(BerReader& r, ASN1T_BasicOCSPResponse& v, ASN1TAG tag) {
         asn1D(seq, v.tbsResponseData);
         asn1D(seq, v.signatureAlgorithm);
         seq.readBitStr(v.signature);
-        v.m.certsPresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.certsPresent) {
-            readExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
-        }
+        v.m.certsPresent =
+            readOptionalExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
         r.leave(seq);
     }
     return r.status();

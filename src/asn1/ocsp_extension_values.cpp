@@ -62,20 +62,12 @@ int asn1D(BerReader& r, ASN1T_CrlID& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "CrlID")) {
         return r.status();
     }
-    v.m.crlUrlPresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.crlUrlPresent) {
-        readExplicit(seq, 0, "crlUrl",
-                     [&](BerReader& in) { in.readString(v.crlUrl, ASN1TAG_IA5STRING); });
-    }
-    v.m.crlNumPresent = seq.nextIs(asn1CtxtConsTag(1));
-    if (v.m.crlNumPresent) {
-        readExplicit(seq, 1, "crlNum", [&](BerReader& in) { readUnsigned(in, v.crlNum); });
-    }
-    v.m.crlTimePresent = seq.nextIs(asn1CtxtConsTag(2));
-    if (v.m.crlTimePresent) {
-        readExplicit(seq, 2, "crlTime",
-                     [&](BerReader& in) { in.readTime(v.crlTime, ASN1TAG_GENERALIZEDTIME); });
-    }
+    v.m.crlUrlPresent = readOptionalExplicit(
+        seq, 0, "crlUrl", [&](BerReader& in) { in.readString(v.crlUrl, ASN1TAG_IA5STRING); });
+    v.m.crlNumPresent =
+        readOptionalExplicit(seq, 1, "crlNum", [&](BerReader& in) { readUnsigned(in, v.crlNum); });
+    v.m.crlTimePresent = readOptionalExplicit(
+        seq, 2, "crlTime", [&](BerReader& in) { in.readTime(v.crlTime, ASN1TAG_GENERALIZEDTIME); });
     r.leave(seq);
     return r.status();
 }

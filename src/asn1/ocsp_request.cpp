@@ -20,11 +20,9 @@ int asn1D(BerReader& r, ASN1T_Request& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Request")) {
         asn1D(seq, v.reqCert);
-        v.m.singleRequestExtensionsPresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.singleRequestExtensionsPresent) {
-            readExplicit(seq, 0, "singleRequestExtensions",
-                         [&](BerReader& in) { asn1D(in, v.singleRequestExtensions); });
-        }
+        v.m.singleRequestExtensionsPresent =
+            readOptionalExplicit(seq, 0, "singleRequestExtensions",
+                                 [&](BerReader& in) { asn1D(in, v.singleRequestExtensions); });
         r.leave(seq);
     }
     return r.status();
@@ -82,20 +80,13 @@ int asn1D(BerReader& r, ASN1T_TBSRequest& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "TBSRequest")) {
         return r.status();
     }
-    v.m.versionPresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.versionPresent) {
-        readExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
-    }
-    v.m.requestorNamePresent = seq.nextIs(asn1CtxtConsTag(1));
-    if (v.m.requestorNamePresent) {
-        readExplicit(seq, 1, "requestorName", [&](BerReader& in) { asn1D(in, v.requestorName); });
-    }
+    v.m.versionPresent =
+        readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
+    v.m.requestorNamePresent = readOptionalExplicit(
+        seq, 1, "requestorName", [&](BerReader& in) { asn1D(in, v.requestorName); });
     asn1D(seq, v.requestList);
-    v.m.requestExtensionsPresent = seq.nextIs(asn1CtxtConsTag(2));
-    if (v.m.requestExtensionsPresent) {
-        readExplicit(seq, 2, "requestExtensions",
-                     [&](BerReader& in) { asn1D(in, v.requestExtensions); });
-    }
+    v.m.requestExtensionsPresent = readOptionalExplicit(
+        seq, 2, "requestExtensions", [&](BerReader& in) { asn1D(in, v.requestExtensions); });
     r.leave(seq);
     keepRaw(r, start, v.raw);
     return r.status();
@@ -132,10 +123,8 @@ int asn1D(BerReader& r, ASN1T_Signature& v, ASN1TAG tag) {
     if (r.enter(tag, seq, "Signature")) {
         asn1D(seq, v.signatureAlgorithm);
         seq.readBitStr(v.signature);
-        v.m.certsPresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.certsPresent) {
-            readExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
-        }
+        v.m.certsPresent =
+            readOptionalExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
         r.leave(seq);
     }
     return r.status();
@@ -166,11 +155,8 @@ int asn1D(BerReader& r, ASN1T_OCSPRequest& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "OCSPRequest")) {
         asn1D(seq, v.tbsRequest);
-        v.m.optionalSignaturePresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.optionalSignaturePresent) {
-            readExplicit(seq, 0, "optionalSignature",
-                         [&](BerReader& in) { asn1D(in, v.optionalSignature); });
-        }
+        v.m.optionalSignaturePresent = readOptionalExplicit(
+            seq, 0, "optionalSignature", [&](BerReader& in) { asn1D(in, v.optionalSignature); });
         r.leave(seq);
     }
     return r.status();

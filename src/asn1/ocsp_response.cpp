@@ -45,11 +45,8 @@ int asn1D(BerReader& r, ASN1T_OCSPResponse& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "OCSPResponse")) {
         seq.readEnum(v.responseStatus);
-        v.m.responseBytesPresent = seq.nextIs(asn1CtxtConsTag(0));
-        if (v.m.responseBytesPresent) {
-            readExplicit(seq, 0, "responseBytes",
-                         [&](BerReader& in) { asn1D(in, v.responseBytes); });
-        }
+        v.m.responseBytesPresent = readOptionalExplicit(
+            seq, 0, "responseBytes", [&](BerReader& in) { asn1D(in, v.responseBytes); });
         r.leave(seq);
     }
     return r.status();

@@ -64,11 +64,8 @@ int asn1D(BerReader& r, ASN1T_DistributionPoint& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "DistributionPoint")) {
         return r.status();
     }
-    v.m.distributionPointPresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.distributionPointPresent) {
-        readExplicit(seq, 0, "distributionPoint",
-                     [&](BerReader& in) { asn1D(in, v.distributionPoint); });
-    }
+    v.m.distributionPointPresent = readOptionalExplicit(
+        seq, 0, "distributionPoint", [&](BerReader& in) { asn1D(in, v.distributionPoint); });
     v.m.reasonsPresent = seq.nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
     if (v.m.reasonsPresent) {
         seq.readBitStr(v.reasons, asn1CtxtTag(1));

@@ -119,10 +119,8 @@ int asn1D(BerReader& r, ASN1T_TBSCertificate& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "TBSCertificate")) {
         return r.status();
     }
-    v.m.versionPresent = seq.nextIs(asn1CtxtConsTag(0));
-    if (v.m.versionPresent) {
-        readExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
-    }
+    v.m.versionPresent =
+        readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
     seq.readBigInt(v.serialNumber);
     asn1D(seq, v.signature);
     asn1D(seq, v.issuer);
@@ -137,10 +135,8 @@ int asn1D(BerReader& r, ASN1T_TBSCertificate& v, ASN1TAG tag) {
     if (v.m.subjectUniqueIDPresent) {
         seq.readBitStr(v.subjectUniqueID, asn1CtxtTag(2));
     }
-    v.m.extensionsPresent = seq.nextIs(asn1CtxtConsTag(3));
-    if (v.m.extensionsPresent) {
-        readExplicit(seq, 3, "extensions", [&](BerReader& in) { asn1D(in, v.extensions); });
-    }
+    v.m.extensionsPresent =
+        readOptionalExplicit(seq, 3, "extensions", [&](BerReader& in) { asn1D(in, v.extensions); });
     r.leave(seq);
     return r.status();
 }
