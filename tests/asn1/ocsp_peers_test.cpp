@@ -11,9 +11,11 @@
 #include <string>
 #include <utility>
 
+#include "support/asn1_test_support.h"
 #include "support/test_support.h"
 
 using velmor_test::Bytes;
+using velmor_test::Decoded;
 using velmor_test::FromHex;
 using velmor_test::RunCommand;
 using velmor_test::ToHex;
@@ -57,17 +59,6 @@ else:
     print(format(request.serial_number, "X"), request.hash_algorithm.name,
           request.issuer_name_hash.hex(), request.issuer_key_hash.hex(), nonce_of(request))
 )";
-
-template <class T> struct Decoded {
-    explicit Decoded(Bytes input) : der(std::move(input)), buffer(der.data(), der.size()) {
-        ASN1CTypeT<T> control(buffer, value);
-        status = control.Decode();
-    }
-    Bytes der;
-    ASN1BERDecodeBuffer buffer;
-    T value{};
-    int status = 0;
-};
 
 std::string RunPeer(const std::string& arguments) {
     const std::string script =

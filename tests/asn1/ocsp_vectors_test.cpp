@@ -10,35 +10,18 @@
 #include <string_view>
 #include <utility>
 
+#include "support/asn1_test_support.h"
 #include "support/test_support.h"
 
 using velmor_test::Bytes;
+using velmor_test::Decoded;
+using velmor_test::EncodeHex;
 using velmor_test::FromHex;
+using velmor_test::Hex;
 using velmor_test::ReadData;
 using velmor_test::ToHex;
 
 namespace {
-
-template <class T> struct Decoded {
-    explicit Decoded(Bytes input) : der(std::move(input)), buffer(der.data(), der.size()) {
-        ASN1CTypeT<T> control(buffer, value);
-        status = control.Decode();
-    }
-    Bytes der;
-    ASN1BERDecodeBuffer buffer;
-    T value{};
-    int status = 0;
-};
-
-template <class T> std::string EncodeHex(const T& value) {
-    ASN1BEREncodeBuffer buffer;
-    ASN1CTypeT<T> control(buffer, const_cast<T&>(value));
-    const int length = control.Encode();
-    return length < 0 ? "error " + std::to_string(length) : ToHex(buffer.getMsgPtr(), length);
-}
-
-std::string Hex(const ASN1OpenType& v) { return ToHex(v.data, v.numocts); }
-std::string Hex(const ASN1OBJID& v) { return ToHex(v.data, v.numocts); }
 
 Bytes Text(std::string_view text) { return Bytes(text.begin(), text.end()); }
 

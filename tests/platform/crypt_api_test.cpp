@@ -11,26 +11,14 @@
 #include <tuple>
 #include <vector>
 
+#include "support/crypt_test_support.h"
 #include "support/test_support.h"
 
 using namespace Velmor::Win32;
+using velmor_test::FailsWith;
 using velmor_test::ToHex;
 
 namespace {
-
-// A call that must fail with the given last error (an HRESULT or a Win32 error).
-template <class Code>::testing::AssertionResult FailsWith(BOOL result, Code expected) {
-    const auto wanted = static_cast<DWORD>(expected);
-    const DWORD error = GetLastError();
-    if (result) {
-        return ::testing::AssertionFailure() << "succeeded";
-    }
-    if (error != wanted) {
-        return ::testing::AssertionFailure()
-               << std::hex << "last error 0x" << error << ", expected 0x" << wanted;
-    }
-    return ::testing::AssertionSuccess();
-}
 
 HCRYPTPROV VerifyContext(DWORD type = PROV_RSA_FULL) {
     HCRYPTPROV provider = 0;

@@ -11,27 +11,16 @@
 #include <string>
 #include <vector>
 
+#include "support/crypt_test_support.h"
 #include "support/test_support.h"
 
 using namespace Velmor::Win32;
 using velmor_test::Bytes;
 using velmor_test::DataPath;
+using velmor_test::FailsWith;
 using velmor_test::ReadData;
 
 namespace {
-
-template <class Code>::testing::AssertionResult FailsWith(BOOL result, Code expected) {
-    const auto wanted = static_cast<DWORD>(expected);
-    const DWORD error = GetLastError();
-    if (result) {
-        return ::testing::AssertionFailure() << "succeeded";
-    }
-    if (error != wanted) {
-        return ::testing::AssertionFailure()
-               << std::hex << "last error 0x" << error << ", expected 0x" << wanted;
-    }
-    return ::testing::AssertionSuccess();
-}
 
 std::wstring Wide(const std::string& text) { return {text.begin(), text.end()}; }
 
