@@ -6,6 +6,8 @@
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
 
+#include <utility>
+
 namespace Velmor::PKI::OCSP {
 
 using namespace Velmor::ASN1;
@@ -31,8 +33,8 @@ void ASN1T_CertID_set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
 CCertID ASN1T_CertID_get(const ASN1T_CertID& in) {
     CAlgorithmIdentifier hashAlgorithm;
     ASN1T_AlgorithmIdentifier_get(hashAlgorithm, in.hashAlgorithm);
-    return CCertID(hashAlgorithm, OctetsOf(in.issuerNameHash), OctetsOf(in.issuerKeyHash),
-                   ASN1StringToBigInteger(in.serialNumber));
+    return CCertID(std::move(hashAlgorithm), OctetsOf(in.issuerNameHash),
+                   OctetsOf(in.issuerKeyHash), ASN1StringToBigInteger(in.serialNumber));
 }
 
 CCertID::CCertID() = default;
@@ -41,6 +43,11 @@ CCertID::CCertID(const CAlgorithmIdentifier& hashAlgorithm, const CBlob& issuerN
                  const CBlob& issuerKeyHash, const CBigInteger& serialNumber)
     : m_hashAlgorithm(hashAlgorithm), m_issuerNameHash(issuerNameHash),
       m_issuerKeyHash(issuerKeyHash), m_serialNumber(serialNumber) {}
+
+CCertID::CCertID(CAlgorithmIdentifier&& hashAlgorithm, CBlob&& issuerNameHash,
+                 CBlob&& issuerKeyHash, CBigInteger&& serialNumber) noexcept
+    : m_hashAlgorithm(std::move(hashAlgorithm)), m_issuerNameHash(std::move(issuerNameHash)),
+      m_issuerKeyHash(std::move(issuerKeyHash)), m_serialNumber(std::move(serialNumber)) {}
 
 CCertID::CCertID(const CCertID& other) = default;
 
@@ -53,6 +60,9 @@ CCertID& CCertID::operator=(const CCertID& other) {
     }
     return *this;
 }
+
+CCertID::CCertID(CCertID&& other) noexcept = default;
+CCertID& CCertID::operator=(CCertID&& other) noexcept = default;
 
 CCertID::~CCertID() = default;
 

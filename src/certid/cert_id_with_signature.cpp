@@ -68,6 +68,10 @@ CCertIdWithSignature& CCertIdWithSignature::operator=(const CCertIdWithSignature
     return *this;
 }
 
+CCertIdWithSignature::CCertIdWithSignature(CCertIdWithSignature&& other) noexcept = default;
+CCertIdWithSignature&
+CCertIdWithSignature::operator=(CCertIdWithSignature&& other) noexcept = default;
+
 CCertIdWithSignature::~CCertIdWithSignature() = default;
 
 CBlob CCertIdWithSignature::encode() const {

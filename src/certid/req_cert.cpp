@@ -32,6 +32,19 @@ CReqCert& CReqCert::operator=(const CReqCert& other) {
     return *this;
 }
 
+CReqCert::CReqCert(CReqCert&& other) noexcept : m_impl(other.m_impl) { other.m_impl = nullptr; }
+
+CReqCert& CReqCert::operator=(CReqCert&& other) noexcept {
+    if (this != &other) {
+        clear();
+        m_impl = other.m_impl;
+        other.m_impl = nullptr;
+    }
+    return *this;
+}
+
+CReqCert::CReqCert(Impl* adopted) noexcept : m_impl(adopted) {}
+
 CReqCert::~CReqCert() { clear(); }
 
 void CReqCert::clear() {

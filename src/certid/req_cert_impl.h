@@ -4,6 +4,7 @@
 #define VELMOR_SRC_CERTID_REQ_CERT_IMPL_H
 
 #include <pki/ocsp/req_cert.h>
+#include <utility>
 
 namespace Velmor::PKI::OCSP {
 
@@ -25,6 +26,7 @@ class CReqCert::Impl {
 class Impl_CertID final : public CReqCert::Impl {
   public:
     explicit Impl_CertID(const CCertID& certID) : m_certID(certID) {}
+    explicit Impl_CertID(CCertID&& certID) noexcept : m_certID(std::move(certID)) {}
     const CCertID* get_certID() const override { return &m_certID; }
     Impl* clone() const override { return new Impl_CertID(*this); }
 
@@ -48,6 +50,8 @@ class Impl_FullCertificate final : public CReqCert::Impl {
 class Impl_CertIdWithSignature final : public CReqCert::Impl {
   public:
     explicit Impl_CertIdWithSignature(const CCertIdWithSignature& value) : m_value(value) {}
+    explicit Impl_CertIdWithSignature(CCertIdWithSignature&& value) noexcept
+        : m_value(std::move(value)) {}
     const CCertIdWithSignature* get_certIdWithSignature() const override { return &m_value; }
     Impl* clone() const override { return new Impl_CertIdWithSignature(*this); }
 

@@ -1,5 +1,6 @@
 // The ReqCert CHOICE of request and response entries, to and from CReqCert.
 #include "certid/cert_id_traits.h"
+#include "certid/req_cert_impl.h"
 #include "foundation/codec_frame.h"
 
 #include <cerrno>
@@ -117,13 +118,14 @@ void ASN1T_ReqCert_get(const ASN1T_ReqCert& in, CReqCert& value) {
     // Each alternative is converted completely before the reference changes.
     switch (in.t) {
     case T_ReqCert_certID:
-        value.put_certID(ASN1T_CertID_get(*in.u.certID));
+        value = CReqCert(new Impl_CertID(ASN1T_CertID_get(*in.u.certID)));
         break;
     case T_ReqCert_fullCertificate:
         value = FullCertificateOf(*in.u.fullCertificate);
         break;
     case T_ReqCert_certIdWithSignature:
-        value.put_certIdWithSignature(ASN1T_CertIdWithSignature_get(*in.u.certIdWithSignature));
+        value = CReqCert(
+            new Impl_CertIdWithSignature(ASN1T_CertIdWithSignature_get(*in.u.certIdWithSignature)));
         break;
     default:
         break;

@@ -11,6 +11,9 @@ CAlgorithmIdentifier::CAlgorithmIdentifier(const char* oid, const CBlob* paramet
 
 CAlgorithmIdentifier::CAlgorithmIdentifier(const CAlgorithmIdentifier& other) = default;
 CAlgorithmIdentifier& CAlgorithmIdentifier::operator=(const CAlgorithmIdentifier& other) = default;
+CAlgorithmIdentifier::CAlgorithmIdentifier(CAlgorithmIdentifier&& other) noexcept = default;
+CAlgorithmIdentifier&
+CAlgorithmIdentifier::operator=(CAlgorithmIdentifier&& other) noexcept = default;
 CAlgorithmIdentifier::~CAlgorithmIdentifier() = default;
 
 const char* CAlgorithmIdentifier::get_algorithm() const noexcept { return m_algorithm.c_str(); }

@@ -1,6 +1,8 @@
 #include "foundation/asn1_traits.h"
 
+#include "asn1/asn1_detail.h"
 #include "foundation/codec_frame.h"
+#include "foundation/list_access.h"
 #include "foundation/oid_text.h"
 
 #include <cstring>
@@ -243,14 +245,17 @@ void ASN1T_Extensions_traits::set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const C
 }
 
 void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value) {
+    // Built aside, each extension in place, then exchanged: value changes only when all of
+    // them converted.
     CExtensions extensions;
+    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(extensions);
     ForEach<ASN1T_Extension>(in, [&](const ASN1T_Extension& element) {
         CStringProxy oid;
         ASN1TObjId_traits::get(element.extnID, oid);
-        extensions.push_back(CExtension(oid.c_str(), element.critical,
-                                        BlobOf(element.extnValue.data, element.extnValue.numocts)));
+        items.emplace_back(oid.c_str(), element.critical,
+                           BlobOf(element.extnValue.data, element.extnValue.numocts));
     });
-    value = extensions;
+    value.swap(extensions);
 }
 
 // ---- CRL distribution points
@@ -371,9 +376,41 @@ const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value) {
     return CopyText(ctxt, text);
 }
 
+namespace {
+
+// The octets of "0x" + an even number of hex digits (the decoder's own form), or false for
+// any other text.
+bool OctetsOfHexText(const char* text, CBlob& octets) {
+    if (text[0] != '0' || (text[1] != 'x' && text[1] != 'X')) {
+        return false;
+    }
+    const std::size_t digits = std::strlen(text + 2);
+    if (digits == 0 || digits % 2 != 0) {
+        return false;
+    }
+    octets.resize_to(ToLength(digits / 2));
+    for (std::size_t i = 0; i < digits / 2; ++i) {
+        const int high = Velmor::Asn1Rt::hexDigitValue(text[2 + 2 * i]);
+        const int low = Velmor::Asn1Rt::hexDigitValue(text[3 + 2 * i]);
+        if (high < 0 || low < 0) {
+            return false;
+        }
+        octets.pbData()[i] = static_cast<unsigned char>(high << 4 | low);
+    }
+    return true;
+}
+
+} // namespace
+
 CBigInteger ASN1StringToBigInteger(const char* text) {
-    // The runtime's INTEGER writer knows both text forms; its output's contents octets are
-    // the integer's.
+    CBigInteger result;
+    CBlob octets;
+    if (text != nullptr && OctetsOfHexText(text, octets)) {
+        result.decode(std::move(octets));
+        return result;
+    }
+    // Any other form (signed decimal, odd digit counts) goes through the runtime's INTEGER
+    // writer, which knows them all; its output's contents octets are the integer's.
     ASN1BEREncodeBuffer buffer;
     const int length = buffer.putBigInt(text);
     if (length < 3) {
@@ -385,7 +422,6 @@ CBigInteger ASN1StringToBigInteger(const char* text) {
     std::size_t size = 0;
     integer.readPrimitive(ASN1TAG_INTEGER, content, size);
     Velmor::Codec::ThrowIfFailed(integer.status());
-    CBigInteger result;
     result.decode(CBlob(content, ToLength(size)));
     return result;
 }

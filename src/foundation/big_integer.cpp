@@ -3,6 +3,7 @@
 
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/big_integer.h>
+#include <utility>
 #include <vector>
 
 namespace Velmor::ASN1 {
@@ -74,6 +75,8 @@ CBigInteger::CBigInteger() : m_content(CBlob(std::string_view("\0", 1))) {}
 
 CBigInteger::CBigInteger(const CBigInteger& other) = default;
 CBigInteger& CBigInteger::operator=(const CBigInteger& other) = default;
+CBigInteger::CBigInteger(CBigInteger&& other) noexcept = default;
+CBigInteger& CBigInteger::operator=(CBigInteger&& other) noexcept = default;
 CBigInteger::~CBigInteger() = default;
 
 void CBigInteger::decode(const CBlob& contentBytes) {
@@ -81,6 +84,13 @@ void CBigInteger::decode(const CBlob& contentBytes) {
         ATL::AtlThrow(Win32::E_INVALIDARG);
     }
     m_content = contentBytes;
+}
+
+void CBigInteger::decode(CBlob&& contentBytes) {
+    if (contentBytes.empty()) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
+    m_content = std::move(contentBytes);
 }
 
 CBlob CBigInteger::encode() const { return m_content; }

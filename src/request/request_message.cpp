@@ -4,6 +4,9 @@
 
 #include "request/request_message_data.h"
 
+#include "foundation/list_access.h"
+
+#include <list>
 #include <pki/ocsp/atl_exception.h>
 #include <stdexcept>
 
@@ -41,19 +44,13 @@ void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlob
     }
 }
 
-// Appends the entries of from to to, the list's length limit checked first. Into an empty
-// list (the usual case, a fresh object) the entries are exchanged rather than copied.
+// Moves the entries of from to the end of to, the list's length limit checked first.
 void AppendEntries(CSingleRequestList& to, CSingleRequestList& from) {
-    if (to.empty()) {
-        to.swap(from);
-        return;
-    }
     if (from.size() > to.max_size() - to.size()) {
         throw std::length_error("list<T> too long");
     }
-    for (const CSingleRequest& request : from) {
-        to.push_back(request);
-    }
+    std::list<CSingleRequest>& target = Detail::UnderlyingList(to);
+    target.splice(target.end(), Detail::UnderlyingList(from));
 }
 
 } // namespace
@@ -191,8 +188,7 @@ void CRequestMessage::decode(const CBlob& encoded) {
     Data decoded;
     decoded.version = tbs.m.versionPresent ? static_cast<Version>(tbs.version) : v1;
     for (const OSRTDListNode* node = tbs.requestList.head; node != nullptr; node = node->next) {
-        decoded.requestList.push_back(
-            ASN1T_Request_get(*static_cast<const ASN1T_Request*>(node->data)));
+        ASN1T_Request_append(*static_cast<const ASN1T_Request*>(node->data), decoded.requestList);
     }
     if (tbs.m.requestorNamePresent) {
         CGeneralName name;

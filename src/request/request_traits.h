@@ -13,8 +13,8 @@ namespace Velmor::PKI::OCSP {
 
 // A Request structure in ctxt memory for one entry (CRYPT_E_ASN1_MEMORY when it runs out).
 ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request);
-// The entry of a decoded Request; present extensions are kept even when empty.
-CSingleRequest ASN1T_Request_get(const ASN1T_Request& in);
+// Appends the entry of a decoded Request to list, without copying it, and returns it.
+CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list);
 
 } // namespace Velmor::PKI::OCSP
 

@@ -2,9 +2,11 @@
 #include <pki/ocsp/single_request.h>
 
 #include "foundation/dll_list_impl.h"
+#include "foundation/list_access.h"
 #include "request/request_traits.h"
 
 #include <memory>
+#include <utility>
 
 namespace Velmor::PKI::OCSP {
 
@@ -16,6 +18,7 @@ struct CSingleRequest::Data {
 
     Data() = default;
     explicit Data(const CReqCert& cert) : reqCert(cert) {}
+    explicit Data(CReqCert&& cert) noexcept : reqCert(std::move(cert)) {}
     Data(const Data& other)
         : reqCert(other.reqCert), singleRequestExtensions(other.singleRequestExtensions
                                                               ? std::make_unique<CExtensions>(
@@ -26,6 +29,8 @@ struct CSingleRequest::Data {
 CSingleRequest::CSingleRequest() : m_data(new Data()) {}
 
 CSingleRequest::CSingleRequest(const CReqCert& reqCert) : m_data(new Data(reqCert)) {}
+
+CSingleRequest::CSingleRequest(CReqCert&& reqCert) : m_data(new Data(std::move(reqCert))) {}
 
 CSingleRequest::CSingleRequest(const CSingleRequest& other) : m_data(new Data(*other.m_data)) {}
 
@@ -67,12 +72,17 @@ ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request) 
     return *out;
 }
 
-CSingleRequest ASN1T_Request_get(const ASN1T_Request& in) {
-    // The decoded alternative replaces this placeholder.
-    CReqCert reqCert(CReqCert::certificate, CBlob());
+CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list) {
+    CReqCert reqCert(nullptr);
     ASN1T_ReqCert_get(in.reqCert, reqCert);
-    CSingleRequest request(reqCert);
+    if (reqCert.get_certID() == nullptr && reqCert.get_fullCertType() == nullptr &&
+        reqCert.get_certIdWithSignature() == nullptr) {
+        // A choice the decoder did not fill leaves the entry an empty full certificate.
+        reqCert = CReqCert(CReqCert::certificate, CBlob());
+    }
+    CSingleRequest& request = Detail::UnderlyingList(list).emplace_back(std::move(reqCert));
     if (in.m.singleRequestExtensionsPresent) {
+        // Present extensions are kept even when the list is empty.
         CExtensions extensions;
         ASN1::ASN1T_Extensions_traits::get(in.singleRequestExtensions, extensions);
         request.put_singleRequestExtensions(&extensions);

@@ -144,3 +144,23 @@ TEST(CReqCert, CopiesAreDeepAndSelfAssignmentChangesNothing) {
     source = alias;
     EXPECT_EQ(source.get_fullCert(), before); // the same alternative object, untouched
 }
+
+TEST(CReqCert, MovesTakeTheAlternativeAndLeaveNone) {
+    CReqCert source(SampleCertID());
+    const CCertID* alternative = source.get_certID();
+    CReqCert moved(std::move(source));
+    EXPECT_EQ(moved.get_certID(), alternative); // taken over, not copied
+    // The moved-from reference answers null everywhere, copies as such and can be reused.
+    EXPECT_EQ(source.get_certID(), nullptr);
+    EXPECT_EQ(source.get_fullCertType(), nullptr);
+    EXPECT_EQ(CReqCert(source).get_certIdWithSignature(), nullptr);
+    source = moved;
+    ASSERT_NE(source.get_certID(), nullptr);
+    EXPECT_EQ(*source.get_certID(), SampleCertID());
+
+    // A CertID built from moved values is the one built from copies.
+    const CBlob null = Hex("0500");
+    EXPECT_EQ(CCertID(CAlgorithmIdentifier("1.3.14.3.2.26", &null), Hex("0102"), Hex("0304"),
+                      CBigInteger::FromHex("1001")),
+              SampleCertID());
+}

@@ -19,6 +19,9 @@ class VELMOR_OCSP_API CAlgorithmIdentifier {
     explicit CAlgorithmIdentifier(const char* oid, const CBlob* parameters = nullptr);
     CAlgorithmIdentifier(const CAlgorithmIdentifier& other);
     CAlgorithmIdentifier& operator=(const CAlgorithmIdentifier& other);
+    // A moved-from identifier has no algorithm and no parameters.
+    CAlgorithmIdentifier(CAlgorithmIdentifier&& other) noexcept;
+    CAlgorithmIdentifier& operator=(CAlgorithmIdentifier&& other) noexcept;
     virtual ~CAlgorithmIdentifier();
 
     // The OID text; "" when unset.

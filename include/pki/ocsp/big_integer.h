@@ -18,11 +18,16 @@ class VELMOR_OCSP_API CBigInteger {
     CBigInteger();
     CBigInteger(const CBigInteger& other);
     CBigInteger& operator=(const CBigInteger& other);
+    // A moved-from integer may only be assigned to or destroyed.
+    CBigInteger(CBigInteger&& other) noexcept;
+    CBigInteger& operator=(CBigInteger&& other) noexcept;
     ~CBigInteger();
 
     // Takes the content octets exactly as given, minimal or not. An empty blob throws
     // E_INVALIDARG and leaves the value unchanged.
     void decode(const CBlob& contentBytes);
+    // The same, taking over the octets instead of copying them.
+    void decode(CBlob&& contentBytes);
     // The content octets.
     CBlob encode() const;
     const CBlob& get_content() const noexcept;

@@ -20,6 +20,9 @@ class VELMOR_OCSP_API CCertID {
     CCertID();
     CCertID(const ASN1::CAlgorithmIdentifier& hashAlgorithm, const CBlob& issuerNameHash,
             const CBlob& issuerKeyHash, const ASN1::CBigInteger& serialNumber);
+    // The same, taking over the four values instead of copying them.
+    CCertID(ASN1::CAlgorithmIdentifier&& hashAlgorithm, CBlob&& issuerNameHash,
+            CBlob&& issuerKeyHash, ASN1::CBigInteger&& serialNumber) noexcept;
     // The identifier of certificate (DER) issued by issuerCertificate (DER): the issuer name
     // hash and the serial number come from certificate, the key hash from issuerCertificate's
     // public key. The issuer certificate is parsed (and rejected) first. Only the hash
@@ -28,6 +31,9 @@ class VELMOR_OCSP_API CCertID {
             const CBlob& issuerCertificate);
     CCertID(const CCertID& other);
     CCertID& operator=(const CCertID& other);
+    // A moved-from CertID may only be assigned to or destroyed.
+    CCertID(CCertID&& other) noexcept;
+    CCertID& operator=(CCertID&& other) noexcept;
     ~CCertID();
 
     // DER of the CertID.

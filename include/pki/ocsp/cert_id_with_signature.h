@@ -23,6 +23,9 @@ class VELMOR_OCSP_API CCertIdWithSignature {
     explicit CCertIdWithSignature(const CBlob& certificate);
     CCertIdWithSignature(const CCertIdWithSignature& other);
     CCertIdWithSignature& operator=(const CCertIdWithSignature& other);
+    // A moved-from value may only be assigned to or destroyed.
+    CCertIdWithSignature(CCertIdWithSignature&& other) noexcept;
+    CCertIdWithSignature& operator=(CCertIdWithSignature&& other) noexcept;
     ~CCertIdWithSignature();
 
     // DER; throws CRYPT_E_ASN1_INTERNAL when the issuer blob is not a Name.

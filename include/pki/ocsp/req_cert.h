@@ -29,6 +29,10 @@ class VELMOR_OCSP_API CReqCert {
     CReqCert(const CCertIdWithSignature& certIdWithSignature);
     CReqCert(const CReqCert& other);
     CReqCert& operator=(const CReqCert& other);
+    // Takes other's alternative; other is left without one (every getter answers null) and
+    // may be assigned to or destroyed.
+    CReqCert(CReqCert&& other) noexcept;
+    CReqCert& operator=(CReqCert&& other) noexcept;
     ~CReqCert();
 
     const CCertID* get_certID() const;
@@ -43,6 +47,8 @@ class VELMOR_OCSP_API CReqCert {
     void put_certIdWithSignature(const CCertIdWithSignature& certIdWithSignature);
 
     class Impl;
+    // Takes ownership of an alternative made by the library's own decoders.
+    explicit CReqCert(Impl* adopted) noexcept;
 
   private:
     void clear();

@@ -17,6 +17,8 @@ class VELMOR_OCSP_API CSingleRequest {
     // A CertID with every field empty, no extensions.
     CSingleRequest();
     explicit CSingleRequest(const CReqCert& reqCert);
+    // Takes reqCert's alternative instead of copying it.
+    explicit CSingleRequest(CReqCert&& reqCert);
     CSingleRequest(const CSingleRequest& other);
     CSingleRequest& operator=(const CSingleRequest& other);
     ~CSingleRequest();
