@@ -20,7 +20,7 @@ void RequireSource(const void* data, unsigned long size) {
 
 } // namespace
 
-CBlob::CBlob() noexcept : m_size(0), m_capacity(0) {}
+CBlob::CBlob() noexcept : m_data(m_inline), m_size(0), m_capacity(kInlineCapacity) {}
 
 CBlob::CBlob(unsigned long size) : CBlob() { resize_to(size); }
 
@@ -37,11 +37,7 @@ CBlob::CBlob(std::span<const std::uint8_t> bytes) : CBlob(bytes.data(), bytes.si
 
 CBlob::CBlob(const CBlob& other) : CBlob(other.pbData(), other.cbData()) {}
 
-CBlob::CBlob(CBlob&& other) noexcept
-    : m_data(std::move(other.m_data)), m_size(other.m_size), m_capacity(other.m_capacity) {
-    other.m_size = 0;
-    other.m_capacity = 0;
-}
+CBlob::CBlob(CBlob&& other) noexcept : CBlob() { takeFrom(other); }
 
 CBlob& CBlob::operator=(const CBlob& other) {
     assign(other.pbData(), other.cbData());
@@ -50,25 +46,46 @@ CBlob& CBlob::operator=(const CBlob& other) {
 
 CBlob& CBlob::operator=(CBlob&& other) noexcept {
     if (&other != this) {
-        m_data = std::move(other.m_data);
-        m_size = std::exchange(other.m_size, 0);
-        m_capacity = std::exchange(other.m_capacity, 0);
+        release();
+        takeFrom(other);
     }
     return *this;
 }
 
-CBlob::~CBlob() = default;
+CBlob::~CBlob() { release(); }
+
+void CBlob::release() noexcept {
+    if (!isInline()) {
+        delete[] m_data;
+    }
+    m_data = m_inline;
+    m_size = 0;
+    m_capacity = kInlineCapacity;
+}
+
+void CBlob::takeFrom(CBlob& other) noexcept {
+    if (other.isInline()) {
+        std::memcpy(m_inline, other.m_inline, other.m_size);
+    } else {
+        m_data = other.m_data;
+        m_capacity = other.m_capacity;
+        other.m_data = other.m_inline;
+        other.m_capacity = kInlineCapacity;
+    }
+    m_size = std::exchange(other.m_size, 0);
+}
 
 void CBlob::assign(const unsigned char* data, unsigned long size) {
     RequireSource(data, size);
     if (size <= m_capacity) {
         if (size != 0) {
-            std::memmove(m_data.get(), data, size);
+            std::memmove(m_data, data, size);
         }
     } else {
-        std::unique_ptr<unsigned char[]> fresh(new unsigned char[size]);
-        std::memcpy(fresh.get(), data, size);
-        m_data = std::move(fresh);
+        auto* fresh = new unsigned char[size];
+        std::memcpy(fresh, data, size);
+        release();
+        m_data = fresh;
         m_capacity = size;
     }
     m_size = size;
@@ -76,20 +93,23 @@ void CBlob::assign(const unsigned char* data, unsigned long size) {
 
 void CBlob::resize_to(unsigned long size) {
     if (size > m_capacity) {
-        std::unique_ptr<unsigned char[]> fresh(new unsigned char[size]);
-        if (m_size != 0) {
-            std::memcpy(fresh.get(), m_data.get(), m_size);
+        auto* fresh = new unsigned char[size];
+        const unsigned long kept = m_size;
+        if (kept != 0) {
+            std::memcpy(fresh, m_data, kept);
         }
-        m_data = std::move(fresh);
+        release();
+        m_data = fresh;
         m_capacity = size;
+        m_size = kept;
     }
     if (size > m_size) {
-        std::memset(m_data.get() + m_size, 0, size - m_size);
+        std::memset(m_data + m_size, 0, size - m_size);
     }
     m_size = size;
 }
 
-unsigned char* CBlob::pbData() const noexcept { return m_size != 0 ? m_data.get() : nullptr; }
+unsigned char* CBlob::pbData() const noexcept { return m_size != 0 ? m_data : nullptr; }
 
 unsigned long CBlob::cbData() const noexcept { return m_size; }
 

@@ -21,9 +21,11 @@
 namespace Velmor {
 
 // An owned byte buffer: DER pieces, octet strings, signature values. Copies never share
-// storage. The buffer keeps a capacity apart from its length: shrinking keeps the storage (and
-// so the pointer pbData() gave), growing within the capacity reuses it; copies allocate only
-// their length.
+// storage. Up to kInlineCapacity bytes are kept inside the object itself (hashes, serial
+// numbers and algorithm parameters then cost no allocation); longer content is on the heap.
+// The buffer keeps a capacity apart from its length: shrinking keeps the storage (and so the
+// pointer pbData() gave), growing within the capacity reuses it; copies allocate only their
+// length.
 class VELMOR_OCSP_API CBlob {
   public:
     // An empty blob: length 0, pbData() null.
@@ -37,8 +39,10 @@ class VELMOR_OCSP_API CBlob {
 #if defined(__cpp_lib_span)
     explicit CBlob(std::span<const std::uint8_t> bytes);
 #endif
+    static constexpr unsigned long kInlineCapacity = 32;
+
     CBlob(const CBlob& other);
-    // Takes other's storage; other is left empty.
+    // Takes other's heap storage, or copies its inline content; other is left empty.
     CBlob(CBlob&& other) noexcept;
     CBlob& operator=(const CBlob& other);
     CBlob& operator=(CBlob&& other) noexcept;
@@ -72,9 +76,16 @@ class VELMOR_OCSP_API CBlob {
 #endif
 
   private:
-    std::unique_ptr<unsigned char[]> m_data;
+    bool isInline() const noexcept { return m_data == m_inline; }
+    // Gives up heap storage (if any) and returns to the empty inline buffer.
+    void release() noexcept;
+    // Moves other's content into this blob, which holds no heap storage.
+    void takeFrom(CBlob& other) noexcept;
+
+    unsigned char* m_data; // m_inline, or a heap array of m_capacity bytes
     unsigned long m_size;
     unsigned long m_capacity;
+    unsigned char m_inline[kInlineCapacity];
 };
 
 // Same length and same bytes.
