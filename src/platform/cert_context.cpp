@@ -5,6 +5,8 @@
 #include "platform/crypt_support.h"
 
 #include <algorithm>
+#include <cassert>
+#include <cstring>
 #include <list>
 #include <openssl/err.h>
 #include <openssl/x509.h>
@@ -26,7 +28,9 @@ struct CertificateRecord : CERT_CONTEXT {
     CERT_INFO info{};
     std::vector<BYTE> encoded;
     std::vector<BYTE> serialNumber;
-    std::list<std::string> texts;        // OID texts
+    // Every OID text, each followed by its NUL. Reserved for all of them before the first is
+    // written, so that the pointers handed out stay valid.
+    std::string texts;
     std::list<std::vector<BYTE>> copies; // bytes a BER decoder put outside the input
     std::vector<CERT_EXTENSION> extensions;
 };
@@ -45,10 +49,31 @@ BYTE* Keep(CertificateRecord& record, const ASN1OCTET* data, std::size_t size) {
     return record.copies.emplace_back(data, data + size).data();
 }
 
+// The most characters the text of an OID of size contents octets takes, with its NUL: each
+// octet carries 7 bits (at most 3 decimal digits) and ends at most one arc (one dot), and
+// the first octet's two arcs add "2." at most.
+std::size_t OidTextBound(std::size_t size) { return 4 * size + 8; }
+
 char* KeepOid(CertificateRecord& record, const ASN1OBJID& oid) {
-    std::string& text = record.texts.emplace_back();
-    Codec::OidContentsToText(oid.data, oid.numocts, text);
-    return text.data();
+    std::string& texts = record.texts;
+    const std::size_t start = texts.size();
+    assert(texts.capacity() - start >= OidTextBound(oid.numocts));
+    Codec::OidContentsToText(oid.data, oid.numocts, texts);
+    texts.push_back('\0');
+    return texts.data() + start;
+}
+
+// Reserves the texts of the two algorithm OIDs and of every extension OID at once.
+void ReserveOidTexts(CertificateRecord& record, const ASN1T_TBSCertificate& tbs) {
+    std::size_t bound = OidTextBound(tbs.signature.algorithm.numocts) +
+                        OidTextBound(tbs.subjectPublicKeyInfo.algorithm.algorithm.numocts);
+    std::size_t extensions = 0;
+    for (const OSRTDListNode* node = tbs.extensions.head; node != nullptr; node = node->next) {
+        bound += OidTextBound(static_cast<const ASN1T_Extension*>(node->data)->extnID.numocts);
+        ++extensions;
+    }
+    record.texts.reserve(bound);
+    record.extensions.reserve(extensions);
 }
 
 void SetAlgorithm(CertificateRecord& record, const ASN1T_AlgorithmIdentifier& from,
@@ -69,6 +94,7 @@ void SetBits(CertificateRecord& record, const ASN1TDynBitStr& from, CRYPT_BIT_BL
 void SetSerialNumber(CertificateRecord& record, const char* hexText) {
     const auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
     std::vector<BYTE>& bytes = record.serialNumber;
+    bytes.reserve(std::strlen(hexText) / 2);
     for (const char* p = hexText + 2; p[0] != '\0' && p[1] != '\0'; p += 2) {
         bytes.push_back(static_cast<BYTE>(digit(p[0]) << 4 | digit(p[1])));
     }
@@ -139,6 +165,7 @@ bool SetNames(CertificateRecord& record, ASN1CTXT* ctxt) {
 DWORD SetInfo(CertificateRecord& record, const ASN1T_TBSCertificate& tbs, ASN1CTXT* ctxt) {
     CERT_INFO& info = record.info;
     info.dwVersion = tbs.m.versionPresent ? static_cast<DWORD>(tbs.version) : 0;
+    ReserveOidTexts(record, tbs);
     SetSerialNumber(record, tbs.serialNumber);
     SetAlgorithm(record, tbs.signature, info.SignatureAlgorithm);
     SetAlgorithm(record, tbs.subjectPublicKeyInfo.algorithm, info.SubjectPublicKeyInfo.Algorithm);
