@@ -13,42 +13,22 @@
 #include "support/asn1_test_support.h"
 #include "support/test_support.h"
 
+using velmor_test::BasicResponseOf;
+using velmor_test::BerForm;
 using velmor_test::Bytes;
+using velmor_test::Cat;
 using velmor_test::Decoded;
+using velmor_test::Elements;
 using velmor_test::EncodeHex;
 using velmor_test::FromHex;
 using velmor_test::Hex;
 using velmor_test::ReadData;
+using velmor_test::Reheaded;
+using velmor_test::Text;
+using velmor_test::Tlv;
 using velmor_test::ToHex;
 
 namespace {
-
-Bytes Text(std::string_view text) { return Bytes(text.begin(), text.end()); }
-
-Bytes Cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
-
-// One DER element: tag, minimal definite length, content.
-Bytes Tlv(std::uint8_t tag, const Bytes& content) {
-    Bytes length;
-    for (std::size_t n = content.size(); n != 0; n >>= 8) {
-        length.insert(length.begin(), static_cast<std::uint8_t>(n));
-    }
-    Bytes out{tag};
-    if (content.size() < 0x80) {
-        out.push_back(static_cast<std::uint8_t>(content.size()));
-    } else {
-        out.push_back(static_cast<std::uint8_t>(0x80 | length.size()));
-        out.insert(out.end(), length.begin(), length.end());
-    }
-    out.insert(out.end(), content.begin(), content.end());
-    return out;
-}
 
 // Name ::= SEQUENCE { SET { SEQUENCE { commonName, UTF8String cn } } }
 Bytes CommonName(std::string_view cn) {
@@ -79,14 +59,6 @@ Bytes RequestWith(std::initializer_list<Bytes> reqCerts) {
     return Tlv(0x30, Tlv(0x30, Cat({Tlv(0xA0, FromHex("020101")), Tlv(0x30, list)})));
 }
 
-template <class T> const T& Nth(const OSRTDList& list, std::size_t index) {
-    const OSRTDListNode* n = list.head;
-    for (std::size_t i = 0; i < index; ++i) {
-        n = n->next;
-    }
-    return *static_cast<const T*>(n->data);
-}
-
 // ---- ReqCert alternatives and version v2 --------------------------------------------------
 
 TEST(OcspReqCert, FullCertificatesAndCertIdWithSignatureRoundTripInAVersion2Request) {
@@ -106,19 +78,20 @@ TEST(OcspReqCert, FullCertificatesAndCertIdWithSignatureRoundTripInAVersion2Requ
     EXPECT_EQ(tbs.version, 1);
     ASSERT_EQ(tbs.requestList.count, 3u);
 
-    const ASN1T_ReqCert& first = Nth<ASN1T_Request>(tbs.requestList, 0).reqCert;
+    const auto entries = Elements<ASN1T_Request>(tbs.requestList);
+    const ASN1T_ReqCert& first = entries[0]->reqCert;
     ASSERT_EQ(first.t, T_ReqCert_fullCertificate);
     ASSERT_EQ(first.u.fullCertificate->t, T_FullCertificate_certificate);
     EXPECT_EQ(Hex(first.u.fullCertificate->u.certificate->raw), ToHex(certificate));
 
-    const ASN1T_ReqCert& second = Nth<ASN1T_Request>(tbs.requestList, 1).reqCert;
+    const ASN1T_ReqCert& second = entries[1]->reqCert;
     ASSERT_EQ(second.t, T_ReqCert_fullCertificate);
     ASSERT_EQ(second.u.fullCertificate->t, T_FullCertificate_attributeCertificate);
     const ASN1T_AttributeCertificate& ac = *second.u.fullCertificate->u.attributeCertificate;
     EXPECT_STREQ(ac.acinfo.serialNumber, "0x07");
     EXPECT_EQ(Hex(ac.raw), ToHex(attributeCertificate));
 
-    const ASN1T_ReqCert& third = Nth<ASN1T_Request>(tbs.requestList, 2).reqCert;
+    const ASN1T_ReqCert& third = entries[2]->reqCert;
     ASSERT_EQ(third.t, T_ReqCert_certIdWithSignature);
     const ASN1T_CertIdWithSignature& id = *third.u.certIdWithSignature;
     EXPECT_STREQ(id.serialNumber, "0x008f3a");
@@ -134,8 +107,9 @@ TEST(OcspReqCert, FullCertificatesAndCertIdWithSignatureRoundTripInAVersion2Requ
     ASN1BEREncodeBuffer target;
     ASN1T_OCSPRequest copy{};
     ASSERT_EQ(asn1Copy_OCSPRequest(target.getCtxtPtr(), req.value, copy), 0);
-    EXPECT_NE(Nth<ASN1T_Request>(copy.tbsRequest.requestList, 2).reqCert.u.certIdWithSignature,
-              third.u.certIdWithSignature);
+    EXPECT_NE(
+        Elements<ASN1T_Request>(copy.tbsRequest.requestList)[2]->reqCert.u.certIdWithSignature,
+        third.u.certIdWithSignature);
     EXPECT_EQ(EncodeHex(copy), ToHex(der));
 }
 
@@ -205,7 +179,7 @@ TEST(OcspReqCert, LongListsOfSmallEntriesStayWithinTheDecodeArena) {
 
 // ---- Extension values ---------------------------------------------------------------------
 
-TEST(OcspExtensionValues, CrlIdWithEveryFieldAndWithNone) {
+TEST(OcspExtensionValues, CrlIdWithEveryFieldAndWithNoneAndItsNumberRange) {
     const Bytes url = Text("http://crl.velmor.test/inter.crl");
     const Bytes all =
         Tlv(0x30,
@@ -228,9 +202,8 @@ TEST(OcspExtensionValues, CrlIdWithEveryFieldAndWithNone) {
     EXPECT_FALSE(none.value.m.crlUrlPresent || none.value.m.crlNumPresent ||
                  none.value.m.crlTimePresent);
     EXPECT_EQ(EncodeHex(none.value), "3000");
-}
 
-TEST(OcspExtensionValues, CrlNumberMustFitThirtyTwoUnsignedBits) {
+    // The CRL number must fit thirty-two unsigned bits.
     EXPECT_EQ(Decoded<ASN1T_CrlID>(FromHex("3009a107020500ffffffff")).value.crlNum, 0xFFFFFFFFu);
     EXPECT_EQ(Decoded<ASN1T_CrlID>(FromHex("3005a103020100")).status, 0);
     for (const char* bad : {"3009a1070205010000000000", // 2^32
@@ -252,7 +225,7 @@ TEST(OcspExtensionValues, ServiceLocatorWithAndWithoutLocator) {
         EXPECT_EQ(EncodeHex(locator.value), ToHex(der));
         if (der.size() > issuer.size() + 2) {
             ASSERT_TRUE(locator.value.m.locatorPresent);
-            const auto& first = Nth<ASN1T_AccessDescription>(locator.value.locator, 0);
+            const auto& first = *Elements<ASN1T_AccessDescription>(locator.value.locator)[0];
             EXPECT_EQ(first.accessLocation.t, T_GeneralName_uniformResourceIdentifier);
             EXPECT_STREQ(first.accessLocation.text, "http://ocsp.velmor.test");
         } else {
@@ -271,8 +244,8 @@ TEST(OcspExtensionValues, AcceptableResponsesKeepTheirOrder) {
     Decoded<ASN1T_AcceptableResponses> list(der);
     ASSERT_EQ(list.status, 0);
     ASSERT_EQ(list.value.count, 2u);
-    EXPECT_EQ(Hex(Nth<ASN1OBJID>(list.value, 0)), basic);
-    EXPECT_EQ(Hex(Nth<ASN1OBJID>(list.value, 1)), other);
+    EXPECT_EQ(Hex(*Elements<ASN1OBJID>(list.value)[0]), basic);
+    EXPECT_EQ(Hex(*Elements<ASN1OBJID>(list.value)[1]), other);
     ASN1BEREncodeBuffer target;
     ASN1T_AcceptableResponses copy{};
     ASSERT_EQ(asn1Copy_AcceptableResponses(target.getCtxtPtr(), list.value, copy), 0);
@@ -293,55 +266,20 @@ TEST(OcspExtensionValues, ArchiveCutoffIsABareGeneralizedTime) {
 
 // ---- BER forms of the signed parts --------------------------------------------------------
 
-enum class Form { indefinite, longLength };
-
-// der with its outermost element and that element's first child re-headed: both with an
-// indefinite length, or both with a four-octet long-form length (der itself is DER).
-Bytes Reheaded(const Bytes& der, Form form) {
-    auto header = [](const Bytes& b, std::size_t at, std::size_t& length) {
-        const std::uint8_t first = b.at(at + 1);
-        const std::size_t count = first < 0x80 ? 0 : first & 0x7F;
-        length = first < 0x80 ? first : 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            length = (length << 8) | b.at(at + 2 + i);
-        }
-        return 2 + count;
-    };
-    auto reheader = [form](std::uint8_t tag, const Bytes& content) {
-        if (form == Form::indefinite) {
-            return Cat({Bytes{tag, 0x80}, content, Bytes{0x00, 0x00}});
-        }
-        const auto n = content.size();
-        return Cat({Bytes{tag, 0x84, static_cast<std::uint8_t>(n >> 24),
-                          static_cast<std::uint8_t>(n >> 16), static_cast<std::uint8_t>(n >> 8),
-                          static_cast<std::uint8_t>(n)},
-                    content});
-    };
-    std::size_t outerLength = 0;
-    std::size_t childLength = 0;
-    const std::size_t outerHeader = header(der, 0, outerLength);
-    const std::size_t childHeader = header(der, outerHeader, childLength);
-    const auto begin = der.begin() + static_cast<std::ptrdiff_t>(outerHeader);
-    const auto childEnd = begin + static_cast<std::ptrdiff_t>(childHeader + childLength);
-    const Bytes child = reheader(der[outerHeader],
-                                 Bytes(begin + static_cast<std::ptrdiff_t>(childHeader), childEnd));
-    return reheader(der[0], Cat({child, Bytes(childEnd, der.end())}));
-}
-
 template <class T, class GetRaw>
-void ExpectBerSignedPart(const Bytes& der, Form form, GetRaw getRaw) {
+void ExpectBerSignedPart(const Bytes& der, BerForm form, GetRaw getRaw) {
     const Bytes ber = Reheaded(der, form);
     ASSERT_NE(ber, der);
     Decoded<T> decoded(ber);
     ASSERT_EQ(decoded.status, 0) << decoded.buffer.getErrorText();
     ASN1OpenType& raw = getRaw(decoded.value);
     // raw is the signed part as received; the envelope around it is written in DER.
-    const std::size_t start = form == Form::indefinite ? 2 : 6;
+    const std::size_t start = form == BerForm::indefinite ? 2 : 6;
     EXPECT_EQ(raw.data, decoded.der.data() + start);
     const Bytes signedPart(raw.data, raw.data + raw.numocts);
-    EXPECT_EQ(signedPart.at(1), form == Form::indefinite ? 0x80 : 0x84);
+    EXPECT_EQ(signedPart.at(1), form == BerForm::indefinite ? 0x80 : 0x84);
     const Bytes rest(decoded.der.begin() + static_cast<std::ptrdiff_t>(start + raw.numocts),
-                     decoded.der.end() - (form == Form::indefinite ? 2 : 0));
+                     decoded.der.end() - (form == BerForm::indefinite ? 2 : 0));
     EXPECT_EQ(EncodeHex(decoded.value), ToHex(Tlv(0x30, Cat({signedPart, rest}))));
     raw = {};
     EXPECT_EQ(EncodeHex(decoded.value), ToHex(der));
@@ -349,12 +287,9 @@ void ExpectBerSignedPart(const Bytes& der, Form form, GetRaw getRaw) {
 
 TEST(OcspBer, SignedPartsKeepTheirBerOctetsAndEncodeToDerFromFields) {
     const Bytes request = ReadData("ocsp/req-signed-ec.der");
-    Decoded<ASN1T_OCSPResponse> outer(ReadData("ocsp/resp-ec.der"));
-    ASSERT_EQ(outer.status, 0);
-    const ASN1TDynOctStr& body = outer.value.responseBytes.response;
-    const Bytes response(body.data, body.data + body.numocts);
-    for (Form form : {Form::indefinite, Form::longLength}) {
-        SCOPED_TRACE(form == Form::indefinite ? "indefinite" : "long form");
+    const Bytes response = BasicResponseOf("ocsp/resp-ec.der");
+    for (BerForm form : {BerForm::indefinite, BerForm::longLength}) {
+        SCOPED_TRACE(form == BerForm::indefinite ? "indefinite" : "long form");
         ExpectBerSignedPart<ASN1T_OCSPRequest>(
             request, form, [](ASN1T_OCSPRequest& v) -> ASN1OpenType& { return v.tbsRequest.raw; });
         ExpectBerSignedPart<ASN1T_BasicOCSPResponse>(
@@ -363,23 +298,13 @@ TEST(OcspBer, SignedPartsKeepTheirBerOctetsAndEncodeToDerFromFields) {
     }
 }
 
-template <class T> void ExpectEveryCutIsCutOff(const Bytes& ber) {
-    for (std::size_t size = 0; size < ber.size(); ++size) {
-        Decoded<T> cut(Bytes(ber.begin(), ber.begin() + static_cast<std::ptrdiff_t>(size)));
-        EXPECT_EQ(cut.status, RTERR_ENDOFBUF) << "cut to " << size << " octets";
-    }
-}
-
 TEST(OcspBer, IndefiniteMessagesCutAnywhereFailAsCutOff) {
     // Inside an indefinite length the end of the input, not a length, shows the cut; a cut
     // where a CHOICE (ResponderID) should begin must say so too.
-    ExpectEveryCutIsCutOff<ASN1T_OCSPRequest>(
-        Reheaded(ReadData("ocsp/req-nonce.der"), Form::indefinite));
-    Decoded<ASN1T_OCSPResponse> outer(ReadData("ocsp/resp-keyid-ec.der"));
-    ASSERT_EQ(outer.status, 0);
-    const ASN1TDynOctStr& body = outer.value.responseBytes.response;
-    ExpectEveryCutIsCutOff<ASN1T_BasicOCSPResponse>(
-        Reheaded(Bytes(body.data, body.data + body.numocts), Form::indefinite));
+    velmor_test::ExpectEveryTruncationIsCutOff<ASN1T_OCSPRequest>(
+        Reheaded(ReadData("ocsp/req-nonce.der"), BerForm::indefinite));
+    velmor_test::ExpectEveryTruncationIsCutOff<ASN1T_BasicOCSPResponse>(
+        Reheaded(BasicResponseOf("ocsp/resp-keyid-ec.der"), BerForm::indefinite));
 }
 
 TEST(OcspBer, ExplicitV1AndConstructedStringsDecodeAndEncodeToDer) {

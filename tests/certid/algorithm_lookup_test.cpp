@@ -55,9 +55,18 @@ void ExpectSingleReference(HCRYPTPROV provider) {
     EXPECT_FALSE(CryptReleaseContext(provider, 0)) << "the search left a reference behind";
 }
 
+// The name of the provider the search finds for algId, whose one reference is released.
+std::string FoundProvider(ALG_ID algId) {
+    const HCRYPTPROV provider = AcquireContextForAlgId(algId);
+    const std::string name = ProviderName(provider);
+    ExpectSingleReference(provider);
+    return name;
+}
+
+// The digest of text by HashBlob, which hashes in the provider the search finds (the
+// digests themselves are checked against known answers in the platform tests).
 std::string HashHex(ALG_ID algId, const std::string& text) {
-    const CBlob value = HashBlob(algId, CBlob(text));
-    return velmor_test::ToHex(value.pbData(), value.cbData());
+    return velmor_test::HexOf(HashBlob(algId, CBlob(text)));
 }
 
 std::wstring Widen(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
@@ -106,45 +115,21 @@ class RecordingProviders : public ATL2::CCryptProvidersEnumT<wchar_t> {
 
 } // namespace
 
-// ---- Hashing ------------------------------------------------------------------------------
-
-TEST(HashBlob, KnownDigests) {
-    EXPECT_EQ(HashHex(CALG_MD5, "abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(HashHex(CALG_SHA1, "abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(HashHex(CALG_SHA_256, "abc"),
-              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(HashHex(CALG_SHA_384, "abc"),
-              "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358b"
-              "aeca134c825a7");
-    EXPECT_EQ(HashHex(CALG_SHA_512, "abc"),
-              "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836b"
-              "a3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f");
-    EXPECT_EQ(HashHex(CALG_SHA_256, ""),
-              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-}
-
 // ---- The search on the default table ----------------------------------------------------------
 
 TEST(AcquireContextForAlgId, DefaultTable) {
-    HCRYPTPROV provider = AcquireContextForAlgId(CALG_SHA_256);
-    EXPECT_EQ(ProviderName(provider), "Microsoft Base Cryptographic Provider v1.0");
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_SHA_256), "Microsoft Base Cryptographic Provider v1.0");
+    EXPECT_EQ(HashHex(CALG_SHA_256, ""),
+              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 
-    provider = AcquireContextForAlgId(CALG_ECDSA);
-    EXPECT_EQ(ProviderName(provider), "Velmor ECDSA Cryptographic Provider");
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_ECDSA), "Velmor ECDSA Cryptographic Provider");
 
     // An algorithm no provider implements: the last type's default provider all the same.
-    provider = AcquireContextForAlgId(CALG_RC4);
-    EXPECT_EQ(ProviderName(provider), "Velmor ECDSA Cryptographic Provider");
-    HCRYPTHASH hash = 0;
-    EXPECT_FALSE(CryptCreateHash(provider, CALG_RC4, 0, 0, &hash));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(NTE_BAD_ALGID));
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_RC4), "Velmor ECDSA Cryptographic Provider");
     EXPECT_HRESULT_THROW(HashBlob(CALG_RC4, CBlob(std::string("abc"))), NTE_BAD_ALGID);
 
     // ALG_ID 0 (an OID CryptoAPI does not know): an RSA verification context.
-    provider = AcquireContextForAlgId(0);
+    const HCRYPTPROV provider = AcquireContextForAlgId(0);
     DWORD type = 0;
     DWORD size = sizeof type;
     EXPECT_TRUE(CryptGetProvParam(provider, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &size, 0));
@@ -179,12 +164,8 @@ TEST(AcquireContextForAlgId, FirstDefaultProviderThatImplementsItWins) {
                                        {"Six A", 6, 0, kSha256},
                                        {"Seven", 7, 0, kSha256}};
     const ScopedProviderTable scope({types, providers});
-    HCRYPTPROV provider = AcquireContextForAlgId(CALG_SHA_256);
-    EXPECT_EQ(ProviderName(provider), "Six A");
-    ExpectSingleReference(provider);
-    provider = AcquireContextForAlgId(CALG_SHA1);
-    EXPECT_EQ(ProviderName(provider), "Seven") << "the last type's, which lacks SHA-1";
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_SHA_256), "Six A");
+    EXPECT_EQ(FoundProvider(CALG_SHA1), "Seven") << "the last type's, which lacks SHA-1";
     EXPECT_HRESULT_THROW(HashBlob(CALG_SHA1, CBlob(std::string("abc"))), NTE_BAD_ALGID);
     EXPECT_EQ(HashHex(CALG_MD5, "abc"), "900150983cd24fb0d6963f7d28e17f72");
 }
@@ -194,15 +175,9 @@ TEST(AcquireContextForAlgId, WithoutProviderTypesProvidersAreSearchedByName) {
     const char utf8Name[] = "Sha256 h\xC3\xA9re";
     const ProviderEntry providers[] = {{"Md5 only", 5, 0, kMd5}, {utf8Name, 6, 0, kSha256}};
     const ScopedProviderTable scope({{}, providers});
-    HCRYPTPROV provider = AcquireContextForAlgId(CALG_SHA_256);
-    EXPECT_EQ(ProviderName(provider), utf8Name);
-    ExpectSingleReference(provider);
-    provider = AcquireContextForAlgId(CALG_MD5);
-    EXPECT_EQ(ProviderName(provider), "Md5 only");
-    ExpectSingleReference(provider);
-    provider = AcquireContextForAlgId(CALG_SHA1);
-    EXPECT_EQ(ProviderName(provider), utf8Name) << "the last provider visited";
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_SHA_256), utf8Name);
+    EXPECT_EQ(FoundProvider(CALG_MD5), "Md5 only");
+    EXPECT_EQ(FoundProvider(CALG_SHA1), utf8Name) << "the last provider visited";
     EXPECT_EQ(HashHex(CALG_SHA_256, "abc"),
               "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
@@ -223,12 +198,8 @@ TEST(AcquireContextForAlgId, LongNamesDoNotStopTheSearch) {
                                        {6, "Six", "Six"}};
     const ProviderEntry providers[] = {{longProvider.c_str(), 5, 0, kMd5}, {"Six", 6, 0, kSha256}};
     const ScopedProviderTable scope({types, providers});
-    HCRYPTPROV provider = AcquireContextForAlgId(CALG_SHA_256);
-    EXPECT_EQ(ProviderName(provider), "Six");
-    ExpectSingleReference(provider);
-    provider = AcquireContextForAlgId(CALG_MD5);
-    EXPECT_EQ(ProviderName(provider), longProvider);
-    ExpectSingleReference(provider);
+    EXPECT_EQ(FoundProvider(CALG_SHA_256), "Six");
+    EXPECT_EQ(FoundProvider(CALG_MD5), longProvider);
 }
 
 // ---- Enumerators ----------------------------------------------------------------------------
@@ -305,11 +276,6 @@ TEST(CAlgorithmIdentifierEx, CachesTheAlgIdThroughConstReferences) {
     EXPECT_EQ(view.get_algId(), CALG_SHA_256);
     EXPECT_EQ(identifier.get_cachedAlgId(), CALG_SHA_256);
 
-    const CAlgorithmIdentifierEx copy(identifier);
-    EXPECT_EQ(copy.get_cachedAlgId(), CALG_SHA_256) << "copies carry the cache";
-    CAlgorithmIdentifierEx assigned;
-    assigned = identifier;
-    EXPECT_EQ(assigned.get_cachedAlgId(), CALG_SHA_256);
     EXPECT_EQ(CAlgorithmIdentifierEx(static_cast<const CAlgorithmIdentifier&>(identifier))
                   .get_cachedAlgId(),
               0u);

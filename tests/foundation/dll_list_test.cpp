@@ -1,8 +1,6 @@
-#include <cstdint>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <limits>
 #include <pki/ocsp/blob.h>
 #include <stdexcept>
 #include <string>
@@ -74,66 +72,40 @@ class InspectableFragileList : public Velmor::CDllList<Fragile> {
     const void* list_object() const { return impl(); }
 };
 
-TEST(CDllList, DefaultListIsEmpty) {
-    const CBlobList list;
-    EXPECT_EQ(list.size(), 0u);
-    EXPECT_TRUE(list.empty());
-    EXPECT_TRUE(list.begin() == list.end());
-    EXPECT_TRUE(list.rbegin() == list.rend());
-    EXPECT_EQ(list.max_size(), std::numeric_limits<std::uint64_t>::max() / sizeof(CBlob));
-}
-
-TEST(CDllList, CopiesAreIndependentOfTheirSource) {
-    const CBlobList source = ListOf({"a", "b"});
-    CBlobList copy(source);
-    copy.front().assign(reinterpret_cast<const unsigned char*>("x"), 1);
-    copy.push_back(CBlob(std::string_view("c")));
-    CBlobList assigned;
-    assigned = source;
-    assigned.back().reverse();
-    assigned.back().resize_to(0);
-    EXPECT_EQ(TextsOf(source), (Texts{"a", "b"}));
-    EXPECT_EQ(TextsOf(copy), (Texts{"x", "b", "c"}));
-    EXPECT_EQ(TextsOf(assigned), (Texts{"a", ""}));
-}
-
-TEST(CDllList, SelfAssignmentKeepsListObjectAndElements) {
-    InspectableBlobList list;
-    list.push_back(CBlob(std::string_view("a")));
-    const void* before = list.list_object();
-    const CBlob* element = &list.front();
-    CBlobList& alias = list;
-    alias = list;
-    EXPECT_EQ(list.list_object(), before);
-    EXPECT_EQ(&list.front(), element);
-    EXPECT_EQ(TextsOf(list), (Texts{"a"}));
-}
-
-TEST(CDllList, AssignmentTakesNewListObject) {
+TEST(CDllList, CopiesAreIndependentAndOnlySelfAssignmentKeepsTheListObject) {
     InspectableBlobList target;
     target.push_back(CBlob(std::string_view("old")));
-    InspectableBlobList source;
-    source.push_back(CBlob(std::string_view("new")));
     const void* before = target.list_object();
+    const CBlob* element = &target.front();
+    CBlobList& alias = target;
+    alias = target;
+    EXPECT_EQ(target.list_object(), before);
+    EXPECT_EQ(&target.front(), element);
+
+    InspectableBlobList source;
+    source.push_back(CBlob(std::string_view("a")));
+    source.push_back(CBlob(std::string_view("b")));
     static_cast<CBlobList&>(target) = source;
     EXPECT_NE(target.list_object(), before);
     EXPECT_NE(target.list_object(), source.list_object());
-    EXPECT_EQ(TextsOf(target), (Texts{"new"}));
-}
+    CBlobList copy(source);
+    copy.push_back(CBlob(std::string_view("c")));
+    copy.front().resize_to(0);
+    target.back().reverse();
+    target.back().resize_to(0);
+    EXPECT_EQ(TextsOf(source), (Texts{"a", "b"}));
+    EXPECT_EQ(TextsOf(target), (Texts{"a", ""}));
+    EXPECT_EQ(TextsOf(copy), (Texts{"", "b", "c"}));
 
-TEST(CDllList, SwapExchangesElementsButKeepsListObjects) {
-    InspectableBlobList left;
-    left.push_back(CBlob(std::string_view("l")));
-    InspectableBlobList right;
-    right.push_back(CBlob(std::string_view("r1")));
-    right.push_back(CBlob(std::string_view("r2")));
-    const void* leftObject = left.list_object();
-    const void* rightObject = right.list_object();
-    left.swap(right);
-    EXPECT_EQ(left.list_object(), leftObject);
-    EXPECT_EQ(right.list_object(), rightObject);
-    EXPECT_EQ(TextsOf(left), (Texts{"r1", "r2"}));
-    EXPECT_EQ(TextsOf(right), (Texts{"l"}));
+    // A swap exchanges the elements; each list keeps its list object.
+    before = target.list_object();
+    const void* sourceObject = source.list_object();
+    target.push_back(CBlob(std::string_view("x")));
+    target.swap(source);
+    EXPECT_EQ(target.list_object(), before);
+    EXPECT_EQ(source.list_object(), sourceObject);
+    EXPECT_EQ(TextsOf(target), (Texts{"a", "b"}));
+    EXPECT_EQ(TextsOf(source), (Texts{"a", "", "x"}));
 }
 
 TEST(CDllList, AssignAndResizeEdgeCases) {
@@ -177,8 +149,6 @@ TEST(CDllList, InsertEraseAndEndsKeepOrder) {
         backwards.emplace_back(it->to_string_view());
     }
     EXPECT_EQ(backwards, (Texts{"3", "2", "1"}));
-    EXPECT_EQ(reversed.front().to_string_view(), "1");
-    EXPECT_EQ(reversed.back().to_string_view(), "3");
 }
 
 TEST(CDllList, AddingPastMaxSizeThrowsAndLeavesListUnchanged) {
@@ -259,8 +229,6 @@ TEST(CDllListDeathTest, DefaultHandlerReportsAndAborts) {
     CBlobList list;
     CBlobList other = ListOf({"b"});
     EXPECT_DEATH(list.front(), "invalid parameter in front .*!empty\\(\\)");
-    EXPECT_DEATH(list.pop_front(), "invalid parameter in pop_front");
-    EXPECT_DEATH(list.erase(list.end()), "invalid parameter in erase");
     EXPECT_DEATH(list.insert(other.begin(), CBlob()), "invalid parameter in insert");
 }
 

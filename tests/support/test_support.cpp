@@ -78,6 +78,35 @@ Bytes FromHex(std::string_view hex) {
     return bytes;
 }
 
+std::string HexOf(const Velmor::CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
+
+Velmor::CBlob BlobOf(std::string_view hex) { return Velmor::CBlob(FromHex(hex)); }
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+Bytes Text(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Tlv(std::uint8_t tag, const Bytes& contents) {
+    Bytes length;
+    for (std::size_t n = contents.size(); n != 0; n >>= 8) {
+        length.insert(length.begin(), static_cast<std::uint8_t>(n));
+    }
+    Bytes header{tag};
+    if (contents.size() < 0x80) {
+        header.push_back(static_cast<std::uint8_t>(contents.size()));
+    } else {
+        header.push_back(static_cast<std::uint8_t>(0x80 | length.size()));
+        header.insert(header.end(), length.begin(), length.end());
+    }
+    return Cat({header, contents});
+}
+
 int RunCommand(const std::string& command, std::string* output) {
     FILE* pipe = ::popen(command.c_str(), "r");
     if (pipe == nullptr) {

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/blob.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +27,16 @@ Bytes ReadData(std::string_view relative);
 std::string ToHex(const std::uint8_t* data, std::size_t size);
 std::string ToHex(const Bytes& bytes);
 Bytes FromHex(std::string_view hex);
+
+// The same for a CBlob.
+std::string HexOf(const Velmor::CBlob& blob);
+Velmor::CBlob BlobOf(std::string_view hex);
+
+// Octets built from pieces: their concatenation, the octets of a text, and one DER element
+// (tag, minimal definite length, contents).
+Bytes Cat(std::initializer_list<Bytes> parts);
+Bytes Text(std::string_view text);
+Bytes Tlv(std::uint8_t tag, const Bytes& contents);
 
 // Runs a shell command; returns its exit status and fills its standard output.
 int RunCommand(const std::string& command, std::string* output = nullptr);
