@@ -105,10 +105,9 @@ TEST_P(RequestFixture, KeepsItsSignedPartAndEncodesFromFieldsAndCopiesToTheSameB
         [](ASN1T_OCSPRequest& v) -> OSRTDList& { return v.optionalSignature.certs; });
 }
 
-// Representative fixtures: the other ones differ from these only in values.
-INSTANTIATE_TEST_SUITE_P(Openssl, RequestFixture,
-                         ::testing::Values("req-plain", "req-nonce", "req-two", "req-ec",
-                                           "req-signed-rsa", "req-signed-ec"),
+// Two entries with a nonce; signed with a requestor name and a certificate. (Every openssl
+// request goes through the request message in RequestPeers.OpensslRequestsRoundTripAndVerify.)
+INSTANTIATE_TEST_SUITE_P(Openssl, RequestFixture, ::testing::Values("req-ec", "req-signed-ec"),
                          TestName);
 
 class ResponseFixture : public ::testing::TestWithParam<std::string> {};
@@ -125,65 +124,10 @@ INSTANTIATE_TEST_SUITE_P(Openssl, ResponseFixture,
                                            "resp-ec", "resp-keyid-ec"),
                          TestName);
 
-// ---- Fields, as `openssl ocsp -reqin F -req_text` prints them -------------------------------
-
 constexpr const char* kSha1 = "2b0e03021a";
 constexpr const char* kSha256 = "608648016503040201";
 constexpr const char* kSha256WithRsa = "2a864886f70d01010b";
 constexpr const char* kEcdsaWithSha256 = "2a8648ce3d040302";
-
-struct RequestText {
-    const char* name;
-    const char* hashAlgorithm;
-    const char* issuerNameHash;     // of the first entry
-    const char* serials;            // of the entries, separated by spaces
-    const char* nonce;              // "" when there is none
-    const char* signatureAlgorithm; // "" when unsigned
-    unsigned certs;
-};
-
-// Unsigned without a nonce; two entries with SHA-256 and a nonce; signed with a certificate.
-const RequestText kRequestTexts[] = {
-    {"req-plain", kSha1, "30294056E47E5751A25335C2AB93DD19F00FE554", "1001", "", "", 0},
-    {"req-ec", kSha256, "DEE47DD3830B226638C87D02CF2D49262B70584AF1796E3225515D6559838517",
-     "1001 8F3A5C11D2", "0410BC6E887EE00B05EF6F7D88A65944BE4D", "", 0},
-    {"req-signed-ec", kSha1, "DD343672C83644B0D8652175CAD885D634D96606", "1001",
-     "0410053F85629988B3D394A89328CCE02EF4", kEcdsaWithSha256, 1},
-};
-
-TEST(OcspRequestFields, MatchWhatOpensslPrints) {
-    for (const RequestText& text : kRequestTexts) {
-        SCOPED_TRACE(text.name);
-        Decoded<ASN1T_OCSPRequest> req(ReadData(FixturePath(text.name)));
-        ASSERT_EQ(req.status, 0);
-        const ASN1T_TBSRequest& tbs = req.value.tbsRequest;
-        EXPECT_FALSE(tbs.m.versionPresent);
-        std::string serials;
-        for (const ASN1T_Request* entry : Elements<ASN1T_Request>(tbs.requestList)) {
-            ASSERT_EQ(entry->reqCert.t, T_ReqCert_certID);
-            const ASN1T_CertID& id = *entry->reqCert.u.certID;
-            EXPECT_EQ(Hex(id.hashAlgorithm.algorithm), text.hashAlgorithm);
-            if (serials.empty()) {
-                EXPECT_EQ(Upper(Hex(id.issuerNameHash)), text.issuerNameHash);
-            }
-            serials.append(serials.empty() ? "" : " ").append(PrintedSerial(id.serialNumber));
-            EXPECT_FALSE(entry->m.singleRequestExtensionsPresent);
-        }
-        EXPECT_EQ(serials, text.serials);
-        EXPECT_EQ(tbs.m.requestExtensionsPresent, *text.nonce != '\0');
-        EXPECT_EQ(Nonce(tbs.requestExtensions), text.nonce);
-
-        const bool isSigned = *text.signatureAlgorithm != '\0';
-        ASSERT_EQ(req.value.m.optionalSignaturePresent, isSigned);
-        EXPECT_EQ(tbs.m.requestorNamePresent, isSigned); // openssl names the signer
-        if (isSigned) {
-            EXPECT_EQ(tbs.requestorName.t, T_GeneralName_directoryName);
-            const ASN1T_Signature& sig = req.value.optionalSignature;
-            EXPECT_EQ(Hex(sig.signatureAlgorithm.algorithm), text.signatureAlgorithm);
-            EXPECT_EQ(sig.certs.count, text.certs);
-        }
-    }
-}
 
 // ---- Fields, as `openssl ocsp -respin F -resp_text -noverify` prints them -----------------
 
@@ -261,11 +205,11 @@ TEST(OcspResponseFields, MatchWhatOpensslPrints) {
 
 // ---- Malformed messages -------------------------------------------------------------------
 
-TEST(OcspMalformed, EveryTruncationFailsAsCutOffAndTrailingOctetsFail) {
+TEST(OcspMalformed, TrailingOctetsFail) {
+    // Truncation: CRequestMessage.FailedDecodeLeavesTheObjectAsItWas, and in indefinite form
+    // OcspBer.IndefiniteMessagesCutAnywhereFailAsCutOff.
     const Bytes request = ReadData("ocsp/req-signed-ec.der");
     const Bytes response = BasicResponseOf("ocsp/resp-ec.der");
-    velmor_test::ExpectEveryTruncationIsCutOff<ASN1T_OCSPRequest>(request);
-    velmor_test::ExpectEveryTruncationIsCutOff<ASN1T_BasicOCSPResponse>(response);
     EXPECT_EQ(Decoded<ASN1T_OCSPRequest>(velmor_test::Cat({request, {0x00}})).status,
               RTERR_TRAILING);
     EXPECT_EQ(Decoded<ASN1T_BasicOCSPResponse>(velmor_test::Cat({response, {0x05, 0x00}})).status,

@@ -73,26 +73,6 @@ TEST(PkixCertificate, EveryFixtureEncodesFromItsFieldsAndFromACopyToTheSameBytes
     }
 }
 
-TEST(PkixCertificate, SerialsAndValidityKeepTheirEncodedForms) {
-    Decoded<ASN1T_Certificate> leaf00(ReadData("pki/rsa/leaf00.der"));
-    Decoded<ASN1T_Certificate> leaf20(ReadData("pki/ec/leaf20.der"));
-    Decoded<ASN1T_Certificate> root(ReadData("pki/rsa/root.der"));
-    ASSERT_EQ(leaf00.status, 0);
-    ASSERT_EQ(leaf20.status, 0);
-    ASSERT_EQ(root.status, 0);
-
-    // A serial whose high bit is set keeps the 00 octet that makes it positive.
-    EXPECT_STREQ(leaf00.value.tbsCertificate.serialNumber, "0x008f3a5c11d2");
-    EXPECT_STREQ(leaf20.value.tbsCertificate.serialNumber,
-                 "0x7e1d2c3b4a59687786950a1b2c3d4e5f60718293");
-    EXPECT_EQ(leaf00.value.tbsCertificate.version, 2);
-
-    // The root's notAfter lies after 2049, so it is a GeneralizedTime; notBefore is UTCTime.
-    EXPECT_EQ(root.value.tbsCertificate.validity.notBefore.t, T_Time_utcTime);
-    EXPECT_EQ(root.value.tbsCertificate.validity.notAfter.t, T_Time_generalTime);
-    EXPECT_EQ(std::string(root.value.tbsCertificate.validity.notAfter.value).substr(0, 4), "2054");
-}
-
 TEST(PkixCertificate, BerCertificateIsKeptAsReceivedAndEncodesToDerFromFields) {
     const Bytes der = ReadData("pki/rsa/leaf.der");
     for (BerForm form : {BerForm::indefinite, BerForm::longLength}) {

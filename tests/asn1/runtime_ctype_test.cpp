@@ -1,67 +1,18 @@
 // Control classes of the ASN.1 runtime, driven through a real type (OCSPRequest): the
-// buffer kinds of Decode() and Encode(), buffer reuse, heap use of a small message, and the
-// signed-part tag matcher. Round trips, deep copies, trailing octets and truncation of whole
-// messages are tested with the OCSP types.
+// buffer kinds of Decode() and Encode(), buffer reuse, and the signed-part tag matcher. Round
+// trips, deep copies, trailing octets and truncation of whole messages are tested with the
+// OCSP types.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "asn1/ocsp_types.h"
-#include "support/asn1_test_support.h"
 #include "support/test_support.h"
 
 using velmor_test::Bytes;
 using velmor_test::FromHex;
 using velmor_test::ReadData;
 using velmor_test::ToHex;
-
-// ---- Counting of heap allocations, active only while g_counting is set ------------------
-// The runtime takes its heap memory through operator new, so replacing it here sees all.
-
-namespace {
-std::atomic<bool> g_counting{false};
-std::atomic<long> g_allocations{0};
-
-void* CountedAlloc(std::size_t size) noexcept {
-    if (g_counting.load(std::memory_order_relaxed)) {
-        g_allocations.fetch_add(1, std::memory_order_relaxed);
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-// Out of line, so that the compiler does not pair an inlined std::free with operator new
-// and report a mismatch that this replacement makes correct.
-[[gnu::noinline]] void CountedFree(void* p) noexcept { std::free(p); }
-} // namespace
-
-void* operator new(std::size_t size) {
-    if (void* p = CountedAlloc(size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return CountedAlloc(size); }
-void operator delete(void* p) noexcept { CountedFree(p); }
-void operator delete(void* p, std::size_t) noexcept { CountedFree(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { CountedFree(p); }
-
-namespace {
-
-// Heap allocations made while it lives.
-class AllocationCounter {
-  public:
-    AllocationCounter() {
-        g_allocations = 0;
-        g_counting = true;
-    }
-    ~AllocationCounter() { g_counting = false; }
-    long count() const { return g_allocations.load(); }
-};
-
-} // namespace
 
 TEST(RuntimeCType, BufferKindsAndAnEmptyInput) {
     ASN1T_OCSPRequest v{};
@@ -91,38 +42,6 @@ TEST(RuntimeCType, BufferReuseWithSetBufferAndInit) {
     EXPECT_EQ(ASN1C_OCSPRequest(d, x).Decode(), 0);
     EXPECT_EQ(d.setBuffer(good.data(), -1), RTERR_INVPARAM);
     EXPECT_EQ(d.getBufLen(), 0u);
-}
-
-TEST(RuntimeCType, SmallMessagesNeedNoHeap) {
-    // Two entries and a nonce, with indefinite lengths: decoded, then encoded from its fields.
-    const Bytes der = ReadData("ocsp/req-ec.der");
-    const Bytes ber = velmor_test::Reheaded(der, velmor_test::BerForm::indefinite);
-    long decodeAllocations = 0;
-    long encodeAllocations = 0;
-    std::string encoded;
-    {
-        AllocationCounter counter;
-        ASN1BERDecodeBuffer d(ber.data(), ber.size());
-        ASN1T_OCSPRequest v{};
-        const int decoded = ASN1C_OCSPRequest(d, v).Decode();
-        decodeAllocations = counter.count();
-        v.tbsRequest.raw = {};
-        ASN1BEREncodeBuffer e;
-        const int length = decoded < 0 ? decoded : ASN1C_OCSPRequest(e, v).Encode();
-        encodeAllocations = counter.count() - decodeAllocations;
-        encoded = length < 0 ? "error" : ToHex(e.getMsgPtr(), e.getMsgLen());
-    }
-    EXPECT_EQ(encoded, ToHex(der));
-    EXPECT_EQ(decodeAllocations, 0);
-    EXPECT_EQ(encodeAllocations, 0);
-
-    // The counter does see the runtime's heap use once the inline blocks are exceeded.
-    Bytes large(5000, 0x11);
-    AllocationCounter counter;
-    ASN1BEREncodeBuffer big;
-    big.putOctStr(large.data(), large.size());
-    rtMemHeapAlloc(big.getCtxtPtr(), 4000);
-    EXPECT_EQ(counter.count(), 2);
 }
 
 TEST(RuntimeCType, MatchingTheSignedPart) {

@@ -9,8 +9,6 @@ using namespace Velmor;
 using namespace Velmor::ASN1;
 using namespace Velmor::PKI::OCSP;
 using namespace Velmor::Win32;
-using velmor_test::FromHex;
-using velmor_test::ToHex;
 
 namespace {
 
@@ -19,8 +17,8 @@ constexpr const char* kSha256WithRsa = "1.2.840.113549.1.1.11";
 // CN=test as a Name.
 constexpr const char* kNameCnTest = "300f310d300b06035504030c0474657374";
 
-CBlob Hex(std::string_view hex) { return CBlob(FromHex(hex)); }
-std::string HexOf(const CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
+CBlob Hex(std::string_view hex) { return velmor_test::BlobOf(hex); }
+using velmor_test::HexOf;
 
 CCertID SampleCertID() {
     const CBlob null = Hex("0500");
@@ -72,16 +70,6 @@ TEST(CCertID, FailedDecodeChangesNothingAndSelfAssignmentKeepsTheValue) {
     EXPECT_EQ(id, SampleCertID());
 }
 
-TEST(CCertIdWithSignature, EncodesAndDecodesEveryField) {
-    const CBlob der = SampleCertIdWithSignature().encode();
-    CCertIdWithSignature decoded;
-    decoded.decode(der);
-    EXPECT_EQ(decoded, SampleCertIdWithSignature());
-    EXPECT_EQ(HexOf(decoded.get_issuer()), kNameCnTest);
-    EXPECT_EQ(HexOf(decoded.get_signatureValue()), "ccddee");
-    EXPECT_EQ(HexOf(decoded.encode()), HexOf(der));
-}
-
 TEST(CCertIdWithSignature, AnIssuerThatIsNotANameCannotBeEncoded) {
     EXPECT_HRESULT_THROW(CCertIdWithSignature().encode(), CRYPT_E_ASN1_INTERNAL);
     CCertIdWithSignature value = SampleCertIdWithSignature();
@@ -89,26 +77,19 @@ TEST(CCertIdWithSignature, AnIssuerThatIsNotANameCannotBeEncoded) {
     EXPECT_HRESULT_THROW(value.encode(), CRYPT_E_ASN1_INTERNAL);
 }
 
-TEST(CCertIdWithSignature, EqualityStopsAtTheFirstDifferentField) {
+TEST(CCertIdWithSignature, EqualityLooksAtTheSignature) {
     CCertIdWithSignature other = SampleCertIdWithSignature();
     other.put_signatureValue(Hex("ccddef"));
-    EXPECT_NE(other, SampleCertIdWithSignature());
     EXPECT_TRUE(other != SampleCertIdWithSignature());
     other.put_signatureValue(Hex("ccddee"));
     EXPECT_EQ(other, SampleCertIdWithSignature());
 }
 
-TEST(CReqCert, DefaultIsAnEmptyCertID) {
-    const CReqCert ref;
+TEST(CReqCert, EachAlternativeAnswersOnlyItsOwnGetter) {
+    CReqCert ref; // an empty CertID
     ASSERT_NE(ref.get_certID(), nullptr);
     EXPECT_EQ(*ref.get_certID(), CCertID());
-    EXPECT_EQ(ref.get_fullCert(), nullptr);
     EXPECT_EQ(ref.get_fullCertType(), nullptr);
-    EXPECT_EQ(ref.get_certIdWithSignature(), nullptr);
-}
-
-TEST(CReqCert, EachAlternativeAnswersOnlyItsOwnGetter) {
-    CReqCert ref;
     ref.put_fullCert(CReqCert::attributeCertificate, Hex("3000"));
     ASSERT_NE(ref.get_fullCert(), nullptr);
     EXPECT_EQ(HexOf(*ref.get_fullCert()), "3000");
@@ -157,10 +138,4 @@ TEST(CReqCert, MovesTakeTheAlternativeAndLeaveNone) {
     source = moved;
     ASSERT_NE(source.get_certID(), nullptr);
     EXPECT_EQ(*source.get_certID(), SampleCertID());
-
-    // A CertID built from moved values is the one built from copies.
-    const CBlob null = Hex("0500");
-    EXPECT_EQ(CCertID(CAlgorithmIdentifier("1.3.14.3.2.26", &null), Hex("0102"), Hex("0304"),
-                      CBigInteger::FromHex("1001")),
-              SampleCertID());
 }

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <pki/ocsp/algorithm_identifier_ex.h>
 
-#include <initializer_list>
 #include <string>
 
 #include "support/asn1_test_support.h"
@@ -18,11 +17,14 @@ using namespace Velmor;
 using namespace Velmor::ASN1;
 using namespace Velmor::PKI::OCSP;
 using namespace Velmor::Win32;
+using velmor_test::AttributeCertificate;
 using velmor_test::Bytes;
 using velmor_test::Decoded;
 using velmor_test::EncodeHex;
 using velmor_test::FromHex;
+using velmor_test::HexOf;
 using velmor_test::ReadData;
+using velmor_test::Tlv;
 using velmor_test::ToHex;
 
 namespace {
@@ -34,43 +36,7 @@ constexpr const char* kOpensslCertId = "303b 3009 06052b0e03021a 0500"
                                        " 0414 bed2336af7b0d24b9d86ee2cb0fc06c4c90a05b7"
                                        " 02021001";
 
-std::string HexOf(const CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
 CBlob Fixture(const char* path) { return CBlob(ReadData(path)); }
-
-Bytes Cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
-
-// One DER element: tag, minimal definite length, content.
-Bytes Tlv(std::uint8_t tag, const Bytes& content) {
-    Bytes length;
-    for (std::size_t n = content.size(); n != 0; n >>= 8) {
-        length.insert(length.begin(), static_cast<std::uint8_t>(n));
-    }
-    Bytes out{tag};
-    out.push_back(
-        static_cast<std::uint8_t>(content.size() < 0x80 ? content.size() : 0x80 | length.size()));
-    if (content.size() >= 0x80) {
-        out.insert(out.end(), length.begin(), length.end());
-    }
-    return Cat({out, content});
-}
-
-// A minimal RFC 3281 attribute certificate: holder and issuer by the name CN=A, no attributes.
-Bytes AttributeCertificate() {
-    const Bytes ecdsaSha256 = FromHex("300a06082a8648ce3d040302");
-    const Bytes names = Tlv(0x30, Tlv(0xA4, FromHex("300c310a300806035504030c0141")));
-    const Bytes validity = FromHex("3022 180f32303236303130313030303030305a"
-                                   " 180f32303237303130313030303030305a");
-    const Bytes info = Tlv(
-        0x30, Cat({FromHex("020101"), Tlv(0x30, Tlv(0xA0, Cat({names, FromHex("020105")}))),
-                   Tlv(0xA0, names), ecdsaSha256, FromHex("020107"), validity, FromHex("3000")}));
-    return Tlv(0x30, Cat({info, ecdsaSha256, FromHex("0303000102")}));
-}
 
 // The DER of value's alternative, through ASN1T_ReqCert_set and the ReqCert encoder.
 std::string EncodedHex(const CReqCert& value) {

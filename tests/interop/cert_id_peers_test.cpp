@@ -9,7 +9,6 @@
 
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "support/test_support.h"
 
@@ -19,6 +18,7 @@ using namespace Velmor::PKI::OCSP;
 using namespace Velmor::Win32;
 using velmor_test::Bytes;
 using velmor_test::DataPath;
+using velmor_test::HexOf;
 using velmor_test::ReadData;
 using velmor_test::RunCommand;
 using velmor_test::ToHex;
@@ -36,15 +36,12 @@ struct Pair {
     const char* certificate;
     const char* issuer;
 };
-// Every issued fixture with its issuer, the self-signed root, and one pair given the wrong
-// way round (openssl hashes whatever it is handed, as we do).
+// Every issued fixture with its issuer.
 constexpr Pair kPairs[] = {{"leaf", "inter"}, {"leaf00", "inter"}, {"leaf20", "inter"},
-                           {"ocsp", "inter"}, {"client", "inter"}, {"inter", "root"},
-                           {"root", "root"},  {"inter", "leaf"}};
+                           {"ocsp", "inter"}, {"client", "inter"}, {"inter", "root"}};
 
 const CBlob kNull(Bytes{0x05, 0x00});
 
-std::string HexOf(const CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
 std::string Fixture(const std::string& family, const std::string& name, const char* ext) {
     return "pki/" + family + "/" + name + ext;
 }
@@ -52,41 +49,8 @@ CBlob Der(const std::string& family, const std::string& name) {
     return CBlob(ReadData(Fixture(family, name, ".der")));
 }
 
-// The elements directly inside the DER element that starts at der[0].
-std::vector<Bytes> Children(const Bytes& der) {
-    std::vector<Bytes> out;
-    const auto elementSize = [&](std::size_t at) {
-        std::size_t header = 2;
-        std::size_t length = der.at(at + 1);
-        if ((length & 0x80) != 0) {
-            header += length & 0x7f;
-            length = 0;
-            for (std::size_t i = at + 2; i < at + header; ++i) {
-                length = (length << 8) | der.at(i);
-            }
-        }
-        return std::pair{header, header + length};
-    };
-    const auto [header, total] = elementSize(0);
-    for (std::size_t at = header; at < total;) {
-        const std::size_t size = elementSize(at).second;
-        if (at + size > der.size()) {
-            ADD_FAILURE() << "element overruns the DER at offset " << at;
-            break;
-        }
-        out.emplace_back(der.begin() + static_cast<std::ptrdiff_t>(at),
-                         der.begin() + static_cast<std::ptrdiff_t>(at + size));
-        at += size;
-    }
-    return out;
-}
-
-Bytes Contents(const Bytes& element) {
-    const std::size_t header = (element.at(1) & 0x80) != 0 ? 2 + (element[1] & 0x7f) : 2;
-    return Bytes(element.begin() + static_cast<std::ptrdiff_t>(header), element.end());
-}
-
-// OCSPRequest -> tbsRequest -> requestList -> first Request -> CertID, as openssl writes it.
+// The CertID in the request `openssl ocsp -no_nonce -reqout` writes: OCSPRequest, tbsRequest,
+// requestList and Request each hold only the next, so it follows their four headers.
 Bytes OpensslCertId(const std::string& family, const Pair& pair, bool sha256) {
     const std::string out = WriteTempFile({}, "request.der");
     std::string log;
@@ -98,12 +62,13 @@ Bytes OpensslCertId(const std::string& family, const Pair& pair, bool sha256) {
                    &log);
     EXPECT_EQ(status, 0) << log;
     const Bytes request = velmor_test::ReadFile(out);
-    if (request.size() < 2) {
-        return {};
+    std::size_t at = 0;
+    for (int header = 0; header < 4 && at + 1 < request.size(); ++header) {
+        at += 2 + ((request[at + 1] & 0x80) != 0 ? request[at + 1] & 0x7f : 0);
     }
-    const Bytes tbs = Children(request).at(0);
-    const Bytes requestList = Children(tbs).at(0); // -no_nonce: no version, name or extensions
-    return Children(Children(requestList).at(0)).at(0);
+    return at < request.size()
+               ? Bytes(request.begin() + static_cast<std::ptrdiff_t>(at), request.end())
+               : Bytes();
 }
 
 TEST(CertIdPeers, EqualsTheCertIdOpensslWritesForEveryFixturePair) {
@@ -118,16 +83,6 @@ TEST(CertIdPeers, EqualsTheCertIdOpensslWritesForEveryFixturePair) {
                 const CAlgorithmIdentifierEx hash(sha256 ? kSha256 : kSha1, &kNull);
                 const CCertID ours(hash, Der(family, pair.certificate), Der(family, pair.issuer));
                 EXPECT_EQ(HexOf(ours.encode()), ToHex(expected));
-
-                // Field by field, against openssl's elements.
-                const std::vector<Bytes> fields = Children(expected);
-                ASSERT_EQ(fields.size(), 4u);
-                EXPECT_STREQ(ours.get_hashAlgorithm().get_algorithm(), hash.get_algorithm());
-                EXPECT_EQ(HexOf(ours.get_hashAlgorithm().get_parameters()), "0500");
-                EXPECT_EQ(HexOf(ours.get_issuerNameHash()), ToHex(Contents(fields[1])));
-                EXPECT_EQ(HexOf(ours.get_issuerKeyHash()), ToHex(Contents(fields[2])));
-                EXPECT_EQ(HexOf(ours.get_serialNumber().get_content()), ToHex(Contents(fields[3])));
-
                 CCertID decoded;
                 decoded.decode(CBlob(expected));
                 EXPECT_EQ(decoded, ours);
@@ -136,36 +91,17 @@ TEST(CertIdPeers, EqualsTheCertIdOpensslWritesForEveryFixturePair) {
     }
 }
 
-TEST(CertIdPeers, ArgumentsHashAlgorithmAndParametersAllCount) {
+TEST(CertIdPeers, ParametersAreCarriedAndUnknownHashesFail) {
     const CBlob leaf = Der("rsa", "leaf");
     const CBlob inter = Der("rsa", "inter");
-    const CAlgorithmIdentifierEx sha1(kSha1, &kNull);
-    const CAlgorithmIdentifierEx sha256(kSha256, &kNull);
-    EXPECT_EQ(sha1.get_cachedAlgId(), 0u);
-    EXPECT_EQ(sha256.get_cachedAlgId(), 0u);
-    const CCertID bySha1(sha1, leaf, inter);
-    const CCertID bySha256(sha256, leaf, inter);
-    EXPECT_EQ(sha1.get_cachedAlgId(), 0x8004u);   // CALG_SHA1
-    EXPECT_EQ(sha256.get_cachedAlgId(), 0x800cu); // CALG_SHA_256
-
-    EXPECT_NE(bySha1, bySha256);
-    EXPECT_EQ(bySha256.get_issuerKeyHash().cbData(), 32u);
-    const CCertID swapped(sha1, inter, leaf);
-    EXPECT_NE(swapped, bySha1);
-    EXPECT_NE(swapped.get_issuerNameHash(), bySha1.get_issuerNameHash());
-    EXPECT_NE(swapped.get_issuerKeyHash(), bySha1.get_issuerKeyHash());
-
-    // Parameters are carried, not interpreted: without them the hashes stay the same.
+    const CCertID bySha1(CAlgorithmIdentifierEx(kSha1, &kNull), leaf, inter);
+    // Without parameters the hashes stay the same, but the CertID differs.
     const CCertID bare(CAlgorithmIdentifierEx(kSha1), leaf, inter);
     EXPECT_EQ(bare.get_issuerNameHash(), bySha1.get_issuerNameHash());
     EXPECT_EQ(bare.get_issuerKeyHash(), bySha1.get_issuerKeyHash());
     EXPECT_EQ(bare.get_hashAlgorithm().get_parameters().cbData(), 0u);
     EXPECT_NE(bare, bySha1);
-
-    // An OID without a hash behind it fails in the hashing, and caches nothing.
-    const CAlgorithmIdentifierEx unknown("1.2.3.4");
-    EXPECT_HRESULT_THROW(CCertID(unknown, leaf, inter), NTE_BAD_ALGID);
-    EXPECT_EQ(unknown.get_cachedAlgId(), 0u);
+    EXPECT_HRESULT_THROW(CCertID(CAlgorithmIdentifierEx("1.2.3.4"), leaf, inter), NTE_BAD_ALGID);
 }
 
 TEST(CertIdPeers, BadCertificatesThrowTheIssuersErrorFirst) {
@@ -174,7 +110,6 @@ TEST(CertIdPeers, BadCertificatesThrowTheIssuersErrorFirst) {
     const CBlob truncated(good.pbData(), good.cbData() - 10);
     const CAlgorithmIdentifierEx sha1(kSha1, &kNull);
     EXPECT_HRESULT_THROW(CCertID(sha1, good, malformed), CRYPT_E_ASN1_BADTAG);
-    EXPECT_HRESULT_THROW(CCertID(sha1, good, truncated), CRYPT_E_ASN1_EOD);
     EXPECT_HRESULT_THROW(CCertID(sha1, good, CBlob()), CRYPT_E_ASN1_EOD);
     EXPECT_HRESULT_THROW(CCertID(sha1, truncated, malformed), CRYPT_E_ASN1_BADTAG);
     EXPECT_HRESULT_THROW(CCertID(sha1, malformed, truncated), CRYPT_E_ASN1_EOD);
@@ -242,25 +177,11 @@ TEST(CertIdWithSignaturePeers, HoldsWhatPythonCryptographyReadsFromEachCertifica
     }
 }
 
-TEST(CertIdWithSignaturePeers, TheSignatureCountsAndBadCertificatesThrowTheLastError) {
-    for (const char* family : kFamilies) {
-        SCOPED_TRACE(family);
-        const CBlob good = Der(family, "leaf");
-        CBlob changed = good;
-        changed.pbData()[changed.cbData() - 1] ^= 0x01; // the signature's last octet
-        const CCertIdWithSignature original(good);
-        const CCertIdWithSignature altered(changed);
-        EXPECT_NE(altered, original);
-        EXPECT_NE(altered.get_signatureValue(), original.get_signatureValue());
-        EXPECT_EQ(altered.get_tbsCertificateHash(), original.get_tbsCertificateHash());
-        EXPECT_EQ(altered.get_issuer(), original.get_issuer());
-        EXPECT_EQ(altered.get_serialNumber(), original.get_serialNumber());
-
-        EXPECT_HRESULT_THROW(CCertIdWithSignature(CBlob(Bytes{0x04, 0x01, 0x00})),
-                             CRYPT_E_ASN1_BADTAG);
-        EXPECT_HRESULT_THROW(CCertIdWithSignature(CBlob(good.pbData(), good.cbData() - 1)),
-                             CRYPT_E_ASN1_EOD);
-    }
+TEST(CertIdWithSignaturePeers, BadCertificatesThrowTheDecodeError) {
+    const CBlob good = Der("ec", "leaf");
+    EXPECT_HRESULT_THROW(CCertIdWithSignature(CBlob(Bytes{0x04, 0x01, 0x00})), CRYPT_E_ASN1_BADTAG);
+    EXPECT_HRESULT_THROW(CCertIdWithSignature(CBlob(good.pbData(), good.cbData() - 1)),
+                         CRYPT_E_ASN1_EOD);
 }
 
 } // namespace

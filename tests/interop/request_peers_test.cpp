@@ -19,9 +19,12 @@ using namespace Velmor::ASN1;
 using namespace Velmor::PKI::OCSP;
 using namespace Velmor::Win32;
 using velmor_test::Bytes;
+using velmor_test::Cat;
 using velmor_test::DataPath;
+using velmor_test::HexOf;
 using velmor_test::ReadData;
 using velmor_test::RunCommand;
+using velmor_test::Tlv;
 using velmor_test::ToHex;
 using velmor_test::WriteTempFile;
 
@@ -39,7 +42,6 @@ struct Family {
 constexpr Family kRsa{"rsa", PROV_RSA_FULL, "1.2.840.113549.1.1.11"};
 constexpr Family kEc{"ec", PROV_EC_ECDSA_FULL, "1.2.840.10045.4.3.2"};
 
-std::string HexOf(const CBlob& blob) { return ToHex(blob.pbData(), blob.cbData()); }
 Bytes BytesOf(const CBlob& blob) { return Bytes(blob.pbData(), blob.pbData() + blob.cbData()); }
 CBlob Pki(const Family& family, const std::string& name) {
     return CBlob(ReadData(std::string("pki/") + family.dir + "/" + name + ".der"));
@@ -123,19 +125,6 @@ bool OpensslVerifies(const CBlob& der, const CBlob& signer) {
     X509_STORE_free(store);
     sk_X509_free(certs);
     return result == 1;
-}
-
-void Append(Bytes& to, const Bytes& from) { to.insert(to.end(), from.begin(), from.end()); }
-
-// An element with a two-octet long-form length.
-Bytes Wrap(std::uint8_t tag, const Bytes& content) {
-    Bytes element(4 + content.size());
-    element[0] = tag;
-    element[1] = 0x82;
-    element[2] = static_cast<std::uint8_t>(content.size() >> 8);
-    element[3] = static_cast<std::uint8_t>(content.size());
-    std::copy(content.begin(), content.end(), element.begin() + 4);
-    return element;
 }
 
 std::size_t Count(const std::string& text, const std::string& what) {
@@ -290,13 +279,9 @@ TEST(RequestPeers, SignatureOverABerTbsRequestVerifies) {
     ASSERT_EQ(size, 256u);
 
     // OCSPRequest { tbsRequest, [0] { SEQUENCE { sha256WithRSAEncryption NULL, BIT STRING } } }.
-    Bytes bits{0x00};
-    bits.insert(bits.end(), signature.begin(), signature.end());
-    Bytes signatureFields = velmor_test::FromHex("300d06092a864886f70d01010b0500");
-    Append(signatureFields, Wrap(0x03, bits));
-    Bytes content = tbs;
-    Append(content, Wrap(0xa0, Wrap(0x30, signatureFields)));
-    const Bytes message = Wrap(0x30, content);
+    const Bytes algorithm = velmor_test::FromHex("300d06092a864886f70d01010b0500");
+    const Bytes bits = Tlv(0x03, Cat({Bytes{0x00}, signature}));
+    const Bytes message = Tlv(0x30, Cat({tbs, Tlv(0xa0, Tlv(0x30, Cat({algorithm, bits})))}));
 
     CRequestMessage request;
     request.decode(CBlob(message));

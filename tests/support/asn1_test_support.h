@@ -76,6 +76,19 @@ inline Bytes BasicResponseOf(const std::string& path) {
     return Bytes(body.data, body.data + body.numocts);
 }
 
+// A minimal attribute certificate: holder and issuer by the name CN=A, serial 7, no
+// attributes.
+inline Bytes AttributeCertificate() {
+    const Bytes ecdsaSha256 = FromHex("300a06082a8648ce3d040302");
+    const Bytes names = Tlv(0x30, Tlv(0xA4, FromHex("300c310a300806035504030c0141")));
+    const Bytes validity = FromHex("3022 180f32303236303130313030303030305a"
+                                   " 180f32303237303130313030303030305a");
+    const Bytes info = Tlv(
+        0x30, Cat({FromHex("020101"), Tlv(0x30, Tlv(0xA0, Cat({names, FromHex("020105")}))),
+                   Tlv(0xA0, names), ecdsaSha256, FromHex("020107"), validity, FromHex("3000")}));
+    return Tlv(0x30, Cat({info, ecdsaSha256, FromHex("0303000102")}));
+}
+
 enum class BerForm { indefinite, longLength };
 
 // der with its outermost element and that element's first child re-headed: both with an
