@@ -68,18 +68,6 @@ const Pair& Ec() {
     return pair;
 }
 
-// Runs body once per iteration and reports heap allocations per iteration as "allocs".
-template <class F> void MeasureWithAllocations(benchmark::State& state, F&& body) {
-    const std::uint64_t before = velmor_bench::AllocationCount();
-    std::uint64_t iterations = 0;
-    for (auto _ : state) {
-        body();
-        ++iterations;
-    }
-    const auto allocations = velmor_bench::AllocationCount() - before;
-    state.counters["allocs"] = static_cast<double>(allocations) / static_cast<double>(iterations);
-}
-
 // One algorithm object for the whole run, as a caller that names its hash once would keep it:
 // its ALG_ID is resolved on the first call and cached.
 void CertId_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
@@ -88,7 +76,7 @@ void CertId_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
     const CBlob issuer(pair.issuer);
     const CBlob null(Bytes{0x05, 0x00});
     const CAlgorithmIdentifierEx sha1(kSha1, &null);
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CCertID id(sha1, leaf, issuer);
         benchmark::DoNotOptimize(id.get_issuerKeyHash().pbData());
     });
@@ -96,7 +84,7 @@ void CertId_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
 
 void CertIdFromDer_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
     const Pair& pair = pairOf();
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         X509* leaf = Pair::Parse(pair.leaf);
         X509* issuer = Pair::Parse(pair.issuer);
         OCSP_CERTID* id = OCSP_cert_to_id(EVP_sha1(), leaf, issuer);
@@ -109,7 +97,7 @@ void CertIdFromDer_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
 
 void CertIdOnParsedX509_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
     const Pair& pair = pairOf();
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         OCSP_CERTID* id = OCSP_cert_to_id(EVP_sha1(), pair.leafX509, pair.issuerX509);
         benchmark::DoNotOptimize(id);
         OCSP_CERTID_free(id);
@@ -118,7 +106,7 @@ void CertIdOnParsedX509_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()
 
 void CertIdWithSignature_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
     const CBlob leaf(pairOf().leaf);
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CCertIdWithSignature id(leaf);
         benchmark::DoNotOptimize(id.get_tbsCertificateHash().pbData());
     });
@@ -146,7 +134,7 @@ std::pair<const unsigned char*, std::size_t> FirstElement(const Bytes& der) {
 // signature algorithm and value, and hash the to-be-signed octets with the signature's hash.
 void CertIdWithSignature_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
     const Bytes& der = pairOf().leaf;
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         X509* cert = Pair::Parse(der);
         const unsigned char* name = nullptr;
         std::size_t nameSize = 0;
@@ -176,7 +164,7 @@ void CertIdWithSignature_OpenSSL(benchmark::State& state, const Pair& (*pairOf)(
 // The steps: parsing one certificate, and hashing the issuer's public key with SHA-1.
 void ParseCertificate_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
     const Bytes& der = pairOf().leaf;
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         const PCCERT_CONTEXT context = CertCreateCertificateContext(
             X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()));
         benchmark::DoNotOptimize(context);
@@ -186,7 +174,7 @@ void ParseCertificate_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
 
 void ParseCertificate_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
     const Bytes& der = pairOf().leaf;
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         X509* cert = Pair::Parse(der);
         benchmark::DoNotOptimize(cert);
         X509_free(cert);
@@ -200,7 +188,7 @@ Bytes IssuerKey(const Pair& pair) {
 
 void HashIssuerKey_Velmor(benchmark::State& state, const Pair& (*pairOf)()) {
     const CBlob key(IssuerKey(pairOf()));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CBlob hash = Velmor::HashBlob(CALG_SHA1, key);
         benchmark::DoNotOptimize(hash.pbData());
     });
@@ -210,7 +198,7 @@ void HashIssuerKey_OpenSSL(benchmark::State& state, const Pair& (*pairOf)()) {
     const Bytes key = IssuerKey(pairOf());
     unsigned char hash[EVP_MAX_MD_SIZE];
     unsigned size = 0;
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         EVP_Digest(key.data(), key.size(), hash, &size, EVP_sha1(), nullptr);
         benchmark::DoNotOptimize(hash);
     });

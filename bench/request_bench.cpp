@@ -119,18 +119,6 @@ const Bytes& RequestBytes(std::size_t entries) {
     return entries == 1 ? one : twenty;
 }
 
-// Runs body once per iteration and reports heap allocations per iteration as "allocs".
-template <class F> void MeasureWithAllocations(benchmark::State& state, F&& body) {
-    const std::uint64_t before = velmor_bench::AllocationCount();
-    std::uint64_t iterations = 0;
-    for (auto _ : state) {
-        body();
-        ++iterations;
-    }
-    const auto allocations = velmor_bench::AllocationCount() - before;
-    state.counters["allocs"] = static_cast<double>(allocations) / static_cast<double>(iterations);
-}
-
 // Like MeasureWithAllocations, with reset run after each body with the timer paused; its
 // allocations are not counted. Both sides of a comparison pause equally often, so the cost
 // of pausing falls on both alike.
@@ -153,7 +141,7 @@ template <class F, class R> void MeasureWithReset(benchmark::State& state, F&& b
 
 void Decode_Velmor(benchmark::State& state, std::size_t entries) {
     const CBlob encoded(RequestBytes(entries));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CRequestMessage message;
         message.decode(encoded);
         benchmark::DoNotOptimize(message.get_requestList().size());
@@ -162,7 +150,7 @@ void Decode_Velmor(benchmark::State& state, std::size_t entries) {
 
 void Decode_OpenSSL(benchmark::State& state, std::size_t entries) {
     const Bytes& bytes = RequestBytes(entries);
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         OCSP_REQUEST* request = OpenSslRequest(bytes);
         benchmark::DoNotOptimize(request);
         OCSP_REQUEST_free(request);
@@ -174,7 +162,7 @@ void Decode_OpenSSL(benchmark::State& state, std::size_t entries) {
 void Encode_Velmor(benchmark::State& state, std::size_t entries) {
     CRequestMessage message;
     message.decode(CBlob(RequestBytes(entries)));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CBlob encoded = message.encode();
         benchmark::DoNotOptimize(encoded.pbData());
     });
@@ -185,7 +173,7 @@ void Encode_Velmor(benchmark::State& state, std::size_t entries) {
 // the same work as ours. CheckComparisons makes sure of that on the OpenSSL at hand.
 void Encode_OpenSSL(benchmark::State& state, std::size_t entries) {
     OCSP_REQUEST* request = OpenSslRequest(RequestBytes(entries));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         unsigned char* out = nullptr;
         const int length = i2d_OCSP_REQUEST(request, &out);
         benchmark::DoNotOptimize(length);

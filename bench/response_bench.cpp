@@ -26,22 +26,10 @@ const std::vector<std::uint8_t>& CertificateBytes() {
     return bytes;
 }
 
-// Runs body once per iteration and reports heap allocations per iteration as "allocs".
-template <class F> void MeasureWithAllocations(benchmark::State& state, F&& body) {
-    const std::uint64_t before = velmor_bench::AllocationCount();
-    std::uint64_t iterations = 0;
-    for (auto _ : state) {
-        body();
-        ++iterations;
-    }
-    const auto allocations = velmor_bench::AllocationCount() - before;
-    state.counters["allocs"] = static_cast<double>(allocations) / static_cast<double>(iterations);
-}
-
 void ResponseDecode_Velmor(benchmark::State& state) {
     const CBlob encoded(ResponseBytes());
     CResponseMessage message;
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         message.decode(encoded);
         benchmark::DoNotOptimize(message.get_response());
     });
@@ -50,7 +38,7 @@ void ResponseDecode_Velmor(benchmark::State& state) {
 // A new message per decode: the cost a caller pays when it does not reuse an object.
 void ResponseDecodeFresh_Velmor(benchmark::State& state) {
     const CBlob encoded(ResponseBytes());
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CResponseMessage message;
         message.decode(encoded);
         benchmark::DoNotOptimize(message.get_response());
@@ -59,7 +47,7 @@ void ResponseDecodeFresh_Velmor(benchmark::State& state) {
 
 void ResponseDecode_OpenSSL(benchmark::State& state) {
     const auto& bytes = ResponseBytes();
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         const unsigned char* p = bytes.data();
         OCSP_RESPONSE* response = d2i_OCSP_RESPONSE(nullptr, &p, static_cast<long>(bytes.size()));
         benchmark::DoNotOptimize(response);
@@ -70,7 +58,7 @@ void ResponseDecode_OpenSSL(benchmark::State& state) {
 void ResponseEncode_Velmor(benchmark::State& state) {
     CResponseMessage message;
     message.decode(CBlob(ResponseBytes()));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         CBlob encoded = message.encode();
         benchmark::DoNotOptimize(encoded.pbData());
     });
@@ -80,7 +68,7 @@ void ResponseEncode_OpenSSL(benchmark::State& state) {
     const auto& bytes = ResponseBytes();
     const unsigned char* p = bytes.data();
     OCSP_RESPONSE* response = d2i_OCSP_RESPONSE(nullptr, &p, static_cast<long>(bytes.size()));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         unsigned char* out = nullptr;
         const int length = i2d_OCSP_RESPONSE(response, &out);
         benchmark::DoNotOptimize(length);
@@ -91,7 +79,7 @@ void ResponseEncode_OpenSSL(benchmark::State& state) {
 
 void CertificateDecode_Velmor(benchmark::State& state) {
     const auto& bytes = CertificateBytes();
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         ASN1BERDecodeBuffer buffer(bytes.data(), bytes.size());
         ASN1T_Certificate certificate;
         ASN1C_Certificate control(buffer, certificate);
@@ -101,7 +89,7 @@ void CertificateDecode_Velmor(benchmark::State& state) {
 
 void CertificateDecode_OpenSSL(benchmark::State& state) {
     const auto& bytes = CertificateBytes();
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         const unsigned char* p = bytes.data();
         X509* certificate = d2i_X509(nullptr, &p, static_cast<long>(bytes.size()));
         benchmark::DoNotOptimize(certificate);
@@ -123,7 +111,7 @@ void EncodeDecodedCertificate(benchmark::State& state, bool fromFields) {
     if (fromFields) {
         certificate.raw = ASN1OpenType();
     }
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         ASN1BEREncodeBuffer buffer;
         ASN1C_Certificate encoder(buffer, certificate);
         CBlob encoded = Velmor::Codec::TakeEncoding(buffer, encoder.Encode());
@@ -137,7 +125,7 @@ void EncodeDecodedX509(benchmark::State& state, bool fromFields) {
     const auto& bytes = CertificateBytes();
     const unsigned char* p = bytes.data();
     X509* certificate = d2i_X509(nullptr, &p, static_cast<long>(bytes.size()));
-    MeasureWithAllocations(state, [&] {
+    velmor_bench::MeasureWithAllocations(state, [&] {
         unsigned char* out = nullptr;
         const int length =
             fromFields ? i2d_re_X509_tbs(certificate, &out) : i2d_X509(certificate, &out);
