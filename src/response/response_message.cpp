@@ -1,6 +1,7 @@
 // CResponseMessage: the outer OCSP response, carried through the OCSPResponse structure.
 #include <pki/ocsp/response_message.h>
 
+#include "asn1/asn1_detail.h"
 #include "asn1/ocsp_types.h"
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
@@ -89,7 +90,61 @@ std::string CResponseMessage::Data::OidContents(const std::string& text) {
     return contents;
 }
 
+namespace {
+
+using Velmor::Asn1Rt::encodeHeader;
+using Velmor::Asn1Rt::kMaxHeaderLen;
+
+// The length of one element: its header and its contents.
+std::size_t ElementSize(ASN1TAG tag, std::size_t contentSize) {
+    ASN1OCTET header[kMaxHeaderLen];
+    return encodeHeader(tag, contentSize, header) + contentSize;
+}
+
+unsigned char* WriteElement(unsigned char* out, ASN1TAG tag, const void* content,
+                            std::size_t size) {
+    out += encodeHeader(tag, size, out);
+    if (size != 0) {
+        std::memcpy(out, content, size);
+    }
+    return out + size;
+}
+
+// OCSPResponse ::= SEQUENCE { responseStatus ENUMERATED,
+//                             responseBytes [0] EXPLICIT SEQUENCE { OID, OCTET STRING } }
+// has so few headers that their lengths are worked out first and the message is written
+// straight into its blob: the body, nearly all of it, is copied once, where the general
+// encoder writes into its own buffer and copies the whole encoding out again. A status must
+// fit one octet; typeContents is null for a message without body.
+CBlob EncodeDirect(ResponseStatus status, const std::string* typeContents, const CBlob& body) {
+    const std::size_t typeSize = typeContents != nullptr ? typeContents->size() : 0;
+    const std::size_t bytes =
+        ElementSize(ASN1TAG_OBJID, typeSize) + ElementSize(ASN1TAG_OCTETSTRING, body.cbData());
+    const std::size_t explicitBytes = ElementSize(ASN1TAG_SEQUENCE, bytes);
+    const std::size_t content =
+        3 + (typeContents != nullptr ? ElementSize(asn1CtxtConsTag(0), explicitBytes) : 0);
+    CBlob encoded(static_cast<unsigned long>(ElementSize(ASN1TAG_SEQUENCE, content)));
+    unsigned char* out = encoded.pbData();
+    out += encodeHeader(ASN1TAG_SEQUENCE, content, out);
+    const ASN1OCTET statusOctet = static_cast<ASN1OCTET>(status);
+    out = WriteElement(out, ASN1TAG_ENUMERATED, &statusOctet, 1);
+    if (typeContents != nullptr) {
+        out += encodeHeader(asn1CtxtConsTag(0), explicitBytes, out);
+        out += encodeHeader(ASN1TAG_SEQUENCE, bytes, out);
+        out = WriteElement(out, ASN1TAG_OBJID, typeContents->data(), typeSize);
+        WriteElement(out, ASN1TAG_OCTETSTRING, body.pbData(), body.cbData());
+    }
+    return encoded;
+}
+
+} // namespace
+
 CBlob CResponseMessage::encode() const {
+    const bool statusFitsOneOctet = m_data->responseStatus >= 0 && m_data->responseStatus < 0x80;
+    if (statusFitsOneOctet && (!m_data->hasBody || !m_data->typeContents.empty())) {
+        return EncodeDirect(m_data->responseStatus,
+                            m_data->hasBody ? &m_data->typeContents : nullptr, m_data->response);
+    }
     ASN1BEREncodeBuffer buffer;
     ASN1T_OCSPResponse message;
     message.responseStatus = m_data->responseStatus;

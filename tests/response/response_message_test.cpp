@@ -60,6 +60,11 @@ TEST(CResponseMessage, EncodesExactDerAndDecodesItBack) {
         {Message(successful, ""), "30140a0100a00f300d06092b06010505073001010400"},
         {Message(static_cast<ResponseStatus>(4)), "30030a0104"}, // any value, as it is
         {Message(successful), "30030a0100"},                     // successful without a body
+        // Values that need more than one octet, or are negative, in minimal two's complement.
+        {Message(static_cast<ResponseStatus>(200)), "30040a0200c8"},
+        {Message(static_cast<ResponseStatus>(-1)), "30030a01ff"},
+        {Message(static_cast<ResponseStatus>(128), "010203"),
+         "3018 0a020080 a012301006092b06010505073001010403010203"},
     };
     for (const auto& [message, der] : cases) {
         const CBlob encoded = message.encode();
