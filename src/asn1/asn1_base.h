@@ -131,7 +131,7 @@ namespace Velmor::Asn1Rt {
 // the bytes handed out bounds what one hostile input can make the library allocate.
 class Arena {
   public:
-    static constexpr std::size_t kInlineSize = 2048;
+    static constexpr std::size_t kInlineSize = 8192;
     static constexpr std::size_t kAlign = 16;
 
     explicit Arena(std::size_t cap) noexcept;

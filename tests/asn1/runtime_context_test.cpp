@@ -1,6 +1,7 @@
 // Context of the ASN.1 runtime: the arena and its cap, allocation and copy helpers, lists
 // and their control class, and status names.
 #include <gtest/gtest.h>
+#include <type_traits>
 
 #include <cstdint>
 #include <cstring>
@@ -74,7 +75,10 @@ TEST(RuntimeArena, CapOfAnEmptyDecodeBuffer) {
 TEST(RuntimeArena, AllocationsAreAlignedAndZeroedOnRequest) {
     ASN1BEREncodeBuffer e;
     ASN1CTXT* ctxt = e.getCtxtPtr();
-    for (std::size_t size : {1u, 3u, 17u, 100u, 3000u, 70000u, 5u}) {
+    // After the small ones, one that no longer fits the inline block, then a very large one.
+    constexpr std::size_t kInline = std::remove_reference_t<decltype(ctxt->arena)>::kInlineSize;
+    for (std::size_t size : {std::size_t{1}, std::size_t{3}, std::size_t{17}, std::size_t{100},
+                             kInline, std::size_t{70000}, std::size_t{5}}) {
         auto* p = static_cast<unsigned char*>(rtMemHeapAllocZ(ctxt, size));
         ASSERT_NE(p, nullptr);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u) << size;
