@@ -1,6 +1,7 @@
 // The provider search for an algorithm and the hashing built on it.
 #include "certid/algorithm_lookup.h"
 
+#include "certid/crypt_calls.h"
 #include "platform/crypt_raii.h"
 
 #include <pki/ocsp/atl_exception.h>
@@ -107,25 +108,17 @@ HCRYPTPROV AcquireContextForAlgId(ALG_ID algId) {
 
 CBlob HashBlob(ALG_ID algId, const CBlob& data) {
     const CScopedProvider provider(AcquireContextForAlgId(algId));
-    if (!provider) {
-        ATL::AtlThrowLastWin32();
-    }
+    CheckWin32(static_cast<bool>(provider));
     CScopedHash hash;
-    if (!CryptCreateHash(provider.get(), algId, 0, 0, hash.put()) ||
-        !CryptHashData(hash.get(), data.pbData(), static_cast<DWORD>(data.cbData()), 0)) {
-        ATL::AtlThrowLastWin32();
-    }
+    CheckWin32(CryptCreateHash(provider.get(), algId, 0, 0, hash.put()));
+    CheckWin32(CryptHashData(hash.get(), data.pbData(), static_cast<DWORD>(data.cbData()), 0));
     DWORD size = 0;
     DWORD sizeLength = sizeof size;
-    if (!CryptGetHashParam(hash.get(), HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &sizeLength,
-                           0)) {
-        ATL::AtlThrowLastWin32();
-    }
+    CheckWin32(
+        CryptGetHashParam(hash.get(), HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &sizeLength, 0));
     CBlob value(size);
     DWORD valueLength = size;
-    if (!CryptGetHashParam(hash.get(), HP_HASHVAL, value.pbData(), &valueLength, 0)) {
-        ATL::AtlThrowLastWin32();
-    }
+    CheckWin32(CryptGetHashParam(hash.get(), HP_HASHVAL, value.pbData(), &valueLength, 0));
     return value;
 }
 

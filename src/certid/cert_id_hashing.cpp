@@ -2,6 +2,8 @@
 // its issuer, CCertIdWithSignature from one certificate.
 #include "asn1/pkix_types.h"
 #include "certid/algorithm_lookup.h"
+#include "certid/crypt_calls.h"
+#include "foundation/asn1_traits.h"
 #include "platform/crypt_raii.h"
 
 #include <pki/ocsp/algorithm_identifier_ex.h>
@@ -16,51 +18,16 @@ using namespace Velmor::Win32;
 
 namespace {
 
-constexpr DWORD kCertEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-
-// A parsed certificate, for the caller to own; a certificate CryptoAPI rejects throws its
-// last error.
-PCCERT_CONTEXT ParseCertificate(const CBlob& der) {
-    PCCERT_CONTEXT context =
-        CertCreateCertificateContext(kCertEncoding, der.pbData(), der.cbData());
-    if (context == nullptr) {
-        ATL::AtlThrowLastWin32();
-    }
-    return context;
-}
-
 CBlob BlobOf(const CRYPT_INTEGER_BLOB& blob) { return CBlob(blob.pbData, blob.cbData); }
-
-// The contents octets of a DER INTEGER (tag, then a short or long definite length).
-CBlob IntegerContents(const CBlob& der) {
-    const BYTE* p = der.pbData();
-    const DWORD size = der.cbData();
-    DWORD header = 2;
-    if (size >= 2 && (p[1] & 0x80) != 0) {
-        header += p[1] & 0x7F;
-    }
-    if (size <= header) {
-        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
-    }
-    return CBlob(p + header, size - header);
-}
 
 // CryptoAPI keeps a serial number little-endian; CryptEncodeObject turns it into a DER
 // INTEGER, whose contents are the big integer.
 CBigInteger SerialNumberOf(const CERT_INFO& info) {
-    DWORD size = 0;
-    if (!CryptEncodeObject(kCertEncoding, X509_MULTI_BYTE_INTEGER, &info.SerialNumber, nullptr,
-                           &size)) {
-        ATL::AtlThrowLastWin32();
-    }
-    CBlob der(size);
-    if (!CryptEncodeObject(kCertEncoding, X509_MULTI_BYTE_INTEGER, &info.SerialNumber, der.pbData(),
-                           &size)) {
-        ATL::AtlThrowLastWin32();
-    }
-    CBigInteger serialNumber;
-    serialNumber.decode(IntegerContents(der));
-    return serialNumber;
+    const CBlob der = QuerySized([&](BYTE* out, DWORD* size) {
+        return CryptEncodeObject(kCertEncoding, X509_MULTI_BYTE_INTEGER, &info.SerialNumber, out,
+                                 size);
+    });
+    return DerIntegerToBigInteger(der.pbData(), der.cbData());
 }
 
 // The certificate's outer signature octets in wire order: as many octets as its bit count
@@ -79,18 +46,10 @@ CBlob SignatureOctets(const CBlob& certificate) {
 }
 
 CBlob ToBeSignedHash(const CBlob& certificate) {
-    DWORD size = 0;
-    if (!CryptHashToBeSigned(0, kCertEncoding, certificate.pbData(), certificate.cbData(), nullptr,
-                             &size)) {
-        ATL::AtlThrowLastWin32();
-    }
-    CBlob hash(size);
-    if (!CryptHashToBeSigned(0, kCertEncoding, certificate.pbData(), certificate.cbData(),
-                             hash.pbData(), &size)) {
-        ATL::AtlThrowLastWin32();
-    }
-    hash.resize_to(size);
-    return hash;
+    return QuerySized([&](BYTE* out, DWORD* size) {
+        return CryptHashToBeSigned(0, kCertEncoding, certificate.pbData(), certificate.cbData(),
+                                   out, size);
+    });
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "certid/message_signature.h"
 
 #include "certid/algorithm_lookup.h"
+#include "certid/crypt_calls.h"
 #include "platform/crypt_raii.h"
 
 #include <pki/ocsp/atl_exception.h>
@@ -13,14 +14,6 @@ namespace Velmor::PKI::OCSP {
 using namespace Velmor::Win32;
 
 namespace {
-
-constexpr DWORD kCertEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-
-void Check(BOOL ok) {
-    if (!ok) {
-        ATL::AtlThrowLastWin32();
-    }
-}
 
 // The hash of a signature algorithm, as CryptoAPI's OID table gives it.
 ALG_ID SignatureHashAlgId(const char* oid) {
@@ -33,17 +26,14 @@ ALG_ID SignatureHashAlgId(const char* oid) {
 }
 
 void HashInto(CScopedHash& hash, HCRYPTPROV provider, ALG_ID algId, const CBlob& data) {
-    Check(CryptCreateHash(provider, algId, 0, 0, hash.put()));
-    Check(CryptHashData(hash.get(), data.pbData(), data.cbData(), 0));
+    CheckWin32(CryptCreateHash(provider, algId, 0, 0, hash.put()));
+    CheckWin32(CryptHashData(hash.get(), data.pbData(), data.cbData(), 0));
 }
 
 CBlob SignHash(HCRYPTHASH hash, DWORD keySpec) {
-    DWORD size = 0;
-    Check(CryptSignHashW(hash, keySpec, nullptr, 0, nullptr, &size));
-    CBlob signature(size);
-    Check(CryptSignHashW(hash, keySpec, nullptr, 0, signature.pbData(), &size));
-    signature.resize_to(size);
-    return signature;
+    return QuerySized([&](BYTE* out, DWORD* size) {
+        return CryptSignHashW(hash, keySpec, nullptr, 0, out, size);
+    });
 }
 
 } // namespace
@@ -62,18 +52,14 @@ CBlob SignData(std::uint64_t provider, unsigned long keySpec,
     CBlob signature = SignHash(hash.get(), keySpec);
     signature.reverse();
     if (reference) {
-        Check(CryptReleaseContext(reference.detach(), 0));
+        CheckWin32(CryptReleaseContext(reference.detach(), 0));
     }
     return signature;
 }
 
 bool VerifyData(const CBlob& signerCertificate, const ASN1::CAlgorithmIdentifierEx& algorithm,
                 const CBlob& signature, const CBlob& data) {
-    const CScopedCertContext certificate(CertCreateCertificateContext(
-        kCertEncoding, signerCertificate.pbData(), signerCertificate.cbData()));
-    if (!certificate) {
-        ATL::AtlThrowLastWin32();
-    }
+    const CScopedCertContext certificate(ParseCertificate(signerCertificate));
     const CERT_PUBLIC_KEY_INFO& publicKey = certificate.get()->pCertInfo->SubjectPublicKeyInfo;
     const CScopedProvider provider(
         AcquireContextForAlgId(CertOIDToAlgId(publicKey.Algorithm.pszObjId)));
@@ -85,7 +71,7 @@ bool VerifyData(const CBlob& signerCertificate, const ASN1::CAlgorithmIdentifier
     CBlob reversed(signature);
     reversed.reverse();
     CScopedKey key;
-    Check(CryptImportPublicKeyInfo(provider.get(), kCertEncoding, &publicKey, key.put()));
+    CheckWin32(CryptImportPublicKeyInfo(provider.get(), kCertEncoding, &publicKey, key.put()));
     if (CryptVerifySignatureA(hash.get(), reversed.pbData(), reversed.cbData(), key.get(), nullptr,
                               0)) {
         return true;

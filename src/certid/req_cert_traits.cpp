@@ -14,7 +14,7 @@ using namespace Velmor::Win32;
 
 namespace {
 
-template <class T> T* NewIn(ASN1CTXT* ctxt) { return new (Codec::AllocZ(ctxt, sizeof(T))) T(); }
+using Codec::NewZ;
 
 // A bounded copy with the checks of the C library's strncpy_s: 0, EINVAL for a missing
 // buffer, or ERANGE when count characters and the terminator do not fit in size.
@@ -70,15 +70,15 @@ void CopySerialText(ASN1CTXT* ctxt, ASN1T_Certificate& certificate) {
 
 ASN1T_FullCertificate* FullCertificateIn(ASN1CTXT* ctxt, CReqCert::fullCertificateType type,
                                          const CBlob& der) {
-    auto* full = NewIn<ASN1T_FullCertificate>(ctxt);
+    auto* full = NewZ<ASN1T_FullCertificate>(ctxt);
     if (type == CReqCert::certificate) {
         full->t = T_FullCertificate_certificate;
-        full->u.certificate = NewIn<ASN1T_Certificate>(ctxt);
+        full->u.certificate = NewZ<ASN1T_Certificate>(ctxt);
         Codec::DecodeInto(ctxt, der, *full->u.certificate, asn1Copy_Certificate);
         CopySerialText(ctxt, *full->u.certificate);
     } else if (type == CReqCert::attributeCertificate) {
         full->t = T_FullCertificate_attributeCertificate;
-        full->u.attributeCertificate = NewIn<ASN1T_AttributeCertificate>(ctxt);
+        full->u.attributeCertificate = NewZ<ASN1T_AttributeCertificate>(ctxt);
         Codec::DecodeInto(ctxt, der, *full->u.attributeCertificate, asn1Copy_AttributeCertificate);
     }
     return full;
@@ -102,14 +102,14 @@ CReqCert FullCertificateOf(const ASN1T_FullCertificate& full) {
 void ASN1T_ReqCert_set(ASN1CTXT* ctxt, ASN1T_ReqCert& out, const CReqCert& value) {
     if (const CCertID* certID = value.get_certID()) {
         out.t = T_ReqCert_certID;
-        out.u.certID = NewIn<ASN1T_CertID>(ctxt);
+        out.u.certID = NewZ<ASN1T_CertID>(ctxt);
         ASN1T_CertID_set(ctxt, *out.u.certID, *certID);
     } else if (const CReqCert::fullCertificateType* type = value.get_fullCertType()) {
         out.t = T_ReqCert_fullCertificate;
         out.u.fullCertificate = FullCertificateIn(ctxt, *type, *value.get_fullCert());
     } else if (const CCertIdWithSignature* withSignature = value.get_certIdWithSignature()) {
         out.t = T_ReqCert_certIdWithSignature;
-        out.u.certIdWithSignature = NewIn<ASN1T_CertIdWithSignature>(ctxt);
+        out.u.certIdWithSignature = NewZ<ASN1T_CertIdWithSignature>(ctxt);
         ASN1T_CertIdWithSignature_set(ctxt, *out.u.certIdWithSignature, *withSignature);
     }
 }

@@ -11,7 +11,9 @@
 
 using namespace Velmor::Win32;
 using Velmor::Codec::AllocZ;
+using Velmor::Codec::AppendNew;
 using Velmor::Codec::CopyBytes;
+using Velmor::Codec::NewZ;
 
 namespace Velmor::ASN1 {
 
@@ -32,13 +34,6 @@ const char* CopyText(ASN1CTXT* ctxt, const std::string& text) {
 }
 
 // A fresh T in context memory appended to list.
-template <class T> T& AppendNew(ASN1CTXT* ctxt, OSRTDList& list) {
-    T* element = new (AllocZ(ctxt, sizeof(T))) T();
-    if (rtDListAppend(ctxt, &list, element) < 0) {
-        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
-    }
-    return *element;
-}
 
 // Calls visit(const T&) for each element of a list of T.
 template <class T, class F> void ForEach(const OSRTDList& list, F&& visit) {
@@ -346,7 +341,7 @@ void ASN1T_AuthorityInfoAccessSyntax_traits::get(const ASN1T_AuthorityInfoAccess
 
 ASN1T_AlgorithmIdentifier& ASN1T_AlgorithmIdentifier_set(ASN1CTXT* ctxt, const char* oid,
                                                          const CBlob* parameters) {
-    auto* out = new (AllocZ(ctxt, sizeof(ASN1T_AlgorithmIdentifier))) ASN1T_AlgorithmIdentifier();
+    auto* out = NewZ<ASN1T_AlgorithmIdentifier>(ctxt);
     ASN1TObjId_traits::set(ctxt, out->algorithm, oid);
     if (parameters != nullptr && parameters->cbData() != 0) {
         out->m.parametersPresent = 1;
@@ -413,16 +408,22 @@ CBigInteger ASN1StringToBigInteger(const char* text) {
     // writer, which knows them all; its output's contents octets are the integer's.
     ASN1BEREncodeBuffer buffer;
     const int length = buffer.putBigInt(text);
-    if (length < 3) {
+    Velmor::Codec::ThrowIfFailed(length);
+    return DerIntegerToBigInteger(buffer.getMsgPtr(), static_cast<std::size_t>(length));
+}
+
+CBigInteger DerIntegerToBigInteger(const ASN1OCTET* der, std::size_t size) {
+    ASN1BERDecodeBuffer reader(der, size);
+    BerReader integer(reader.getCtxtPtr(), der, size);
+    const ASN1OCTET* content = nullptr;
+    std::size_t contentSize = 0;
+    integer.readPrimitive(ASN1TAG_INTEGER, content, contentSize);
+    Velmor::Codec::ThrowIfFailed(integer.status());
+    if (contentSize == 0 || integer.more()) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    ASN1BERDecodeBuffer reader(buffer.getMsgPtr(), static_cast<std::size_t>(length));
-    BerReader integer(reader.getCtxtPtr(), buffer.getMsgPtr(), static_cast<std::size_t>(length));
-    const ASN1OCTET* content = nullptr;
-    std::size_t size = 0;
-    integer.readPrimitive(ASN1TAG_INTEGER, content, size);
-    Velmor::Codec::ThrowIfFailed(integer.status());
-    result.decode(CBlob(content, ToLength(size)));
+    CBigInteger result;
+    result.decode(CBlob(content, ToLength(contentSize)));
     return result;
 }
 

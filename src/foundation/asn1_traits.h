@@ -91,6 +91,8 @@ const char* DateToASN1GeneralizedTime(ASN1CTXT* ctxt, const CDateTime& date, boo
 // also takes signed decimal text; other text throws CRYPT_E_ASN1_INTERNAL.
 const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value);
 CBigInteger ASN1StringToBigInteger(const char* text);
+// The value of one DER INTEGER element; CRYPT_E_ASN1_INTERNAL for anything else.
+CBigInteger DerIntegerToBigInteger(const ASN1OCTET* der, std::size_t size);
 
 } // namespace Velmor::ASN1
 

@@ -27,6 +27,12 @@ void* AllocZ(ASN1CTXT* ctxt, std::size_t size) {
     return memory;
 }
 
+void Append(ASN1CTXT* ctxt, OSRTDList& list, void* element) {
+    if (rtDListAppend(ctxt, &list, element) < 0) {
+        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+    }
+}
+
 const ASN1OCTET* CopyBytes(ASN1CTXT* ctxt, const void* data, std::size_t size) {
     if (size == 0) {
         return nullptr;

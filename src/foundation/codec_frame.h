@@ -40,6 +40,20 @@ void ThrowIfFailed(int status);
 // has none left.
 void* AllocZ(ASN1CTXT* ctxt, std::size_t size);
 
+// A value-initialised T in context memory; CRYPT_E_ASN1_MEMORY when the context has none
+// left.
+template <class T> T* NewZ(ASN1CTXT* ctxt) { return new (AllocZ(ctxt, sizeof(T))) T(); }
+
+// Appends element, which lives in ctxt, to list; CRYPT_E_ASN1_MEMORY when no node is left.
+void Append(ASN1CTXT* ctxt, OSRTDList& list, void* element);
+
+// A new T appended to list, both in context memory.
+template <class T> T& AppendNew(ASN1CTXT* ctxt, OSRTDList& list) {
+    T* element = NewZ<T>(ctxt);
+    Append(ctxt, list, element);
+    return *element;
+}
+
 // A copy of size bytes in context memory (null for size 0); CRYPT_E_ASN1_MEMORY on failure.
 const ASN1OCTET* CopyBytes(ASN1CTXT* ctxt, const void* data, std::size_t size);
 

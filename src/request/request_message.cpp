@@ -35,12 +35,8 @@ std::unique_ptr<CBlobList> CertificatesOf(const ASN1T__SeqOfCertificate& certs) 
 // into ctxt.
 void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlobList& blobs) {
     for (const CBlob& blob : blobs) {
-        auto* certificate =
-            new (Codec::AllocZ(ctxt, sizeof(ASN1T_Certificate))) ASN1T_Certificate();
-        Codec::DecodeInto(ctxt, blob, *certificate, asn1Copy_Certificate);
-        if (rtDListAppend(ctxt, &certs, certificate) != 0) {
-            ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
-        }
+        Codec::DecodeInto(ctxt, blob, Codec::AppendNew<ASN1T_Certificate>(ctxt, certs),
+                          asn1Copy_Certificate);
     }
 }
 
@@ -71,9 +67,7 @@ void CRequestMessage::Data::FillTbsRequest(ASN1CTXT* ctxt, ASN1T_OCSPRequest& ou
         tbs.version = version;
     }
     for (const CSingleRequest& request : requestList) {
-        if (rtDListAppend(ctxt, &tbs.requestList, &ASN1T_Request_set(ctxt, request)) != 0) {
-            ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
-        }
+        ASN1T_Request_set(ctxt, Codec::AppendNew<ASN1T_Request>(ctxt, tbs.requestList), request);
     }
     if (requestorName) {
         CGeneralName name;

@@ -11,8 +11,9 @@
 
 namespace Velmor::PKI::OCSP {
 
-// A Request structure in ctxt memory for one entry (CRYPT_E_ASN1_MEMORY when it runs out).
-ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request);
+// Fills a zeroed Request structure for one entry in ctxt memory (CRYPT_E_ASN1_MEMORY when
+// it runs out).
+void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& request);
 // Appends the entry of a decoded Request to list, without copying it, and returns it.
 CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list);
 

@@ -61,15 +61,13 @@ void CSingleRequest::put_singleRequestExtensions(const CExtensions* extensions) 
         extensions != nullptr ? std::make_unique<CExtensions>(*extensions) : nullptr;
 }
 
-ASN1T_Request& ASN1T_Request_set(ASN1CTXT* ctxt, const CSingleRequest& request) {
-    auto* out = new (Codec::AllocZ(ctxt, sizeof(ASN1T_Request))) ASN1T_Request();
-    ASN1T_ReqCert_set(ctxt, out->reqCert, request.get_reqCert());
+void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& request) {
+    ASN1T_ReqCert_set(ctxt, out.reqCert, request.get_reqCert());
     const CExtensions* extensions = request.get_singleRequestExtensions();
     if (extensions != nullptr && !extensions->empty()) {
-        out->m.singleRequestExtensionsPresent = 1;
-        ASN1::ASN1T_Extensions_traits::set(ctxt, out->singleRequestExtensions, *extensions);
+        out.m.singleRequestExtensionsPresent = 1;
+        ASN1::ASN1T_Extensions_traits::set(ctxt, out.singleRequestExtensions, *extensions);
     }
-    return *out;
 }
 
 CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list) {
