@@ -17,10 +17,6 @@ using namespace Velmor::Win32;
 
 namespace {
 
-template <class T> std::unique_ptr<T> CopyOf(const T* value) {
-    return value != nullptr ? std::make_unique<T>(*value) : nullptr;
-}
-
 // The DER of every certificate of a decoded SEQUENCE OF Certificate, in order; each one is
 // written back from the octets it arrived in.
 std::unique_ptr<CBlobList> CertificatesOf(const ASN1T__SeqOfCertificate& certs) {

@@ -7,9 +7,15 @@
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
 
+#include <memory>
 #include <pki/ocsp/single_request.h>
 
 namespace Velmor::PKI::OCSP {
+
+// An owned copy of an optional field: null stays null.
+template <class T> std::unique_ptr<T> CopyOf(const T* value) {
+    return value != nullptr ? std::make_unique<T>(*value) : nullptr;
+}
 
 // Fills a zeroed Request structure for one entry in ctxt memory (CRYPT_E_ASN1_MEMORY when
 // it runs out).

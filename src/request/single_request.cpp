@@ -20,10 +20,8 @@ struct CSingleRequest::Data {
     explicit Data(const CReqCert& cert) : reqCert(cert) {}
     explicit Data(CReqCert&& cert) noexcept : reqCert(std::move(cert)) {}
     Data(const Data& other)
-        : reqCert(other.reqCert), singleRequestExtensions(other.singleRequestExtensions
-                                                              ? std::make_unique<CExtensions>(
-                                                                    *other.singleRequestExtensions)
-                                                              : nullptr) {}
+        : reqCert(other.reqCert),
+          singleRequestExtensions(CopyOf(other.singleRequestExtensions.get())) {}
 };
 
 CSingleRequest::CSingleRequest() : m_data(new Data()) {}
@@ -57,8 +55,7 @@ const CExtensions* CSingleRequest::get_singleRequestExtensions() const {
 }
 
 void CSingleRequest::put_singleRequestExtensions(const CExtensions* extensions) {
-    m_data->singleRequestExtensions =
-        extensions != nullptr ? std::make_unique<CExtensions>(*extensions) : nullptr;
+    m_data->singleRequestExtensions = CopyOf(extensions);
 }
 
 void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& request) {
