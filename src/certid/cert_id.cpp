@@ -30,11 +30,23 @@ void ASN1T_CertID_set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
     out.serialNumber = BigIntegerToASN1String(ctxt, value.get_serialNumber());
 }
 
-CCertID ASN1T_CertID_get(const ASN1T_CertID& in) {
+namespace {
+CCertID CertIdOf(const ASN1T_CertID& in, CBigInteger&& serialNumber) {
     CAlgorithmIdentifier hashAlgorithm;
     ASN1T_AlgorithmIdentifier_get(hashAlgorithm, in.hashAlgorithm);
     return CCertID(std::move(hashAlgorithm), OctetsOf(in.issuerNameHash),
-                   OctetsOf(in.issuerKeyHash), ASN1StringToBigInteger(in.serialNumber));
+                   OctetsOf(in.issuerKeyHash), std::move(serialNumber));
+}
+} // namespace
+
+CCertID ASN1T_CertID_get(const ASN1T_CertID& in) {
+    return CertIdOf(in, ASN1StringToBigInteger(in.serialNumber));
+}
+
+CCertID ASN1T_CertID_get(const ASN1T_CertID& in, const ASN1OCTET* serial, std::size_t serialSize) {
+    CBigInteger serialNumber;
+    serialNumber.decode(CBlob(serial, static_cast<unsigned long>(serialSize)));
+    return CertIdOf(in, std::move(serialNumber));
 }
 
 CCertID::CCertID() = default;

@@ -1,4 +1,5 @@
 // The ReqCert CHOICE of request and response entries, to and from CReqCert.
+#include "asn1/der_structures.h"
 #include "certid/cert_id_traits.h"
 #include "certid/req_cert_impl.h"
 #include "foundation/codec_frame.h"
@@ -130,6 +131,16 @@ void ASN1T_ReqCert_get(const ASN1T_ReqCert& in, CReqCert& value) {
     default:
         break;
     }
+}
+
+bool ReadDerReqCert(Asn1Rt::DerCursor& in, CReqCert& value) {
+    ASN1T_CertID certID;
+    Asn1Rt::DerCursor serial;
+    if (!Asn1Rt::ReadDer(in, certID, serial)) {
+        return false;
+    }
+    value = CReqCert(new Impl_CertID(ASN1T_CertID_get(certID, serial.data(), serial.size())));
+    return true;
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -1,6 +1,7 @@
 #include "foundation/asn1_traits.h"
 
 #include "asn1/asn1_detail.h"
+#include "asn1/der_structures.h"
 #include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
@@ -120,12 +121,21 @@ void ASN1TObjId_traits::set(ASN1CTXT* ctxt, ASN1OBJID& out, const char* text) {
     out.numocts = static_cast<OSUINT32>(size);
 }
 
-void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
+namespace {
+
+// The dotted text of a decoded OID; CRYPT_E_ASN1_INTERNAL for contents that are not one.
+std::string OidText(const ASN1OBJID& in) {
     std::string dotted;
     if (!Velmor::Codec::OidContentsToText(in.data, in.numocts, dotted)) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    text = CStringProxy(dotted.c_str());
+    return dotted;
+}
+
+} // namespace
+
+void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
+    text = CStringProxy(OidText(in).c_str());
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
@@ -239,18 +249,38 @@ void ASN1T_Extensions_traits::set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const C
     }
 }
 
+namespace {
+
+// Appends the value of one decoded Extension to items.
+void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
+    items.emplace_back(OidText(in.extnID).c_str(), in.critical,
+                       BlobOf(in.extnValue.data, in.extnValue.numocts));
+}
+
+} // namespace
+
 void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value) {
     // Built aside, each extension in place, then exchanged: value changes only when all of
     // them converted.
     CExtensions extensions;
     std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(extensions);
-    ForEach<ASN1T_Extension>(in, [&](const ASN1T_Extension& element) {
-        CStringProxy oid;
-        ASN1TObjId_traits::get(element.extnID, oid);
-        items.emplace_back(oid.c_str(), element.critical,
-                           BlobOf(element.extnValue.data, element.extnValue.numocts));
-    });
+    ForEach<ASN1T_Extension>(
+        in, [&](const ASN1T_Extension& element) { AppendExtension(element, items); });
     value.swap(extensions);
+}
+
+bool ReadDerExtensions(Velmor::Asn1Rt::DerCursor contents, CExtensions& value) {
+    CExtensions extensions;
+    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(extensions);
+    while (!contents.empty()) {
+        ASN1T_Extension element;
+        if (!Velmor::Asn1Rt::ReadDer(contents, element)) {
+            return false;
+        }
+        AppendExtension(element, items);
+    }
+    value.swap(extensions);
+    return true;
 }
 
 // ---- CRL distribution points
@@ -352,12 +382,9 @@ ASN1T_AlgorithmIdentifier& ASN1T_AlgorithmIdentifier_set(ASN1CTXT* ctxt, const c
 }
 
 void ASN1T_AlgorithmIdentifier_get(CAlgorithmIdentifier& out, const ASN1T_AlgorithmIdentifier& in) {
-    CStringProxy oid;
-    ASN1TObjId_traits::get(in.algorithm, oid);
-    const CBlob parameters =
-        in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts) : CBlob();
-    out.put_algorithm(oid.c_str());
-    out.put_parameters(parameters);
+    out.put_algorithm(OidText(in.algorithm).c_str());
+    out.put_parameters(in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts)
+                                              : CBlob());
 }
 
 const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value) {

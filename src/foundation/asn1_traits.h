@@ -5,6 +5,7 @@
 #ifndef VELMOR_SRC_FOUNDATION_ASN1_TRAITS_H
 #define VELMOR_SRC_FOUNDATION_ASN1_TRAITS_H
 
+#include "asn1/der_cursor.h"
 #include "asn1/pkix_types.h"
 
 #include <pki/ocsp/algorithm_identifier.h>
@@ -59,6 +60,10 @@ struct ASN1T_Extensions_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions& value);
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
+
+// Replaces value with the extensions in the contents of an Extensions SEQUENCE, read as
+// strict DER. False, value unchanged, for contents the DER fast path does not take.
+bool ReadDerExtensions(Velmor::Asn1Rt::DerCursor contents, CExtensions& value);
 
 struct ASN1T_GeneralName_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_GeneralName& out, const CGeneralName& value);

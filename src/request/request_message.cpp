@@ -17,16 +17,6 @@ using namespace Velmor::Win32;
 
 namespace {
 
-// The DER of every certificate of a decoded SEQUENCE OF Certificate, in order; each one is
-// written back from the octets it arrived in.
-std::unique_ptr<CBlobList> CertificatesOf(const ASN1T__SeqOfCertificate& certs) {
-    auto list = std::make_unique<CBlobList>();
-    for (const OSRTDListNode* node = certs.head; node != nullptr; node = node->next) {
-        list->push_back(Codec::EncodeToBlob(*static_cast<const ASN1T_Certificate*>(node->data)));
-    }
-    return list;
-}
-
 // Appends one Certificate structure per blob to certs, each decoded from its blob and copied
 // into ctxt.
 void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlobList& blobs) {
@@ -37,12 +27,12 @@ void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlob
 }
 
 // Moves the entries of from to the end of to, the list's length limit checked first.
-void AppendEntries(CSingleRequestList& to, CSingleRequestList& from) {
+void AppendEntries(CSingleRequestList& to, std::list<CSingleRequest>& from) {
     if (from.size() > to.max_size() - to.size()) {
         throw std::length_error("list<T> too long");
     }
     std::list<CSingleRequest>& target = Detail::UnderlyingList(to);
-    target.splice(target.end(), Detail::UnderlyingList(from));
+    target.splice(target.end(), from);
 }
 
 } // namespace
@@ -165,53 +155,27 @@ CBlob CRequestMessage::encode() const {
     return Codec::TakeEncoding(buffer, control.Encode());
 }
 
+void CRequestMessage::Data::Adopt(DecodedRequest& decoded) {
+    AppendEntries(requestList, decoded.entries);
+    version = decoded.version;
+    requestorName = std::move(decoded.requestorName);
+    requestExtensions = std::move(decoded.requestExtensions);
+    signatureAlgorithm = std::move(decoded.signatureAlgorithm);
+    signature = std::move(decoded.signature);
+    certs = std::move(decoded.certs);
+    signedBytes = std::move(decoded.signedBytes);
+}
+
 void CRequestMessage::decode(const CBlob& encoded) {
     Codec::RequireNonEmpty(encoded);
-    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
-    ASN1T_OCSPRequest message;
-    ASN1C_OCSPRequest control(buffer, message);
-    Codec::ThrowIfFailed(control.Decode());
-    const ASN1T_TBSRequest& tbs = message.tbsRequest;
-
     // Everything is converted aside; the object changes only once nothing can fail but
     // the append of the decoded entries, which leaves the list as it was when it throws.
-    Data decoded;
-    decoded.version = tbs.m.versionPresent ? static_cast<Version>(tbs.version) : v1;
-    for (const OSRTDListNode* node = tbs.requestList.head; node != nullptr; node = node->next) {
-        ASN1T_Request_append(*static_cast<const ASN1T_Request*>(node->data), decoded.requestList);
+    DecodedRequest decoded;
+    if (!ReadDerRequest(encoded, decoded)) {
+        decoded = DecodedRequest();
+        ReadBerRequest(encoded, decoded);
     }
-    if (tbs.m.requestorNamePresent) {
-        CGeneralName name;
-        ASN1T_GeneralName_traits::get(tbs.requestorName, name);
-        if (name.get_directoryName() == nullptr) {
-            ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL); // only a directoryName names a requestor here
-        }
-        decoded.requestorName = std::make_unique<CBlob>(*name.get_directoryName());
-    }
-    if (tbs.m.requestExtensionsPresent) {
-        decoded.requestExtensions = std::make_unique<CExtensions>();
-        ASN1T_Extensions_traits::get(tbs.requestExtensions, *decoded.requestExtensions);
-    }
-    if (message.m.optionalSignaturePresent) {
-        const ASN1T_Signature& sig = message.optionalSignature;
-        decoded.signature = std::make_unique<CBlob>();
-        ASN1TDynBitStr_traits::get(sig.signature, *decoded.signature);
-        decoded.signatureAlgorithm = std::make_unique<CAlgorithmIdentifierEx>();
-        ASN1T_AlgorithmIdentifier_get(*decoded.signatureAlgorithm, sig.signatureAlgorithm);
-        if (sig.m.certsPresent) {
-            decoded.certs = CertificatesOf(sig.certs);
-        }
-    }
-    decoded.signedBytes = CBlob(tbs.raw.data, tbs.raw.numocts);
-
-    AppendEntries(m_data->requestList, decoded.requestList);
-    m_data->version = decoded.version;
-    m_data->requestorName = std::move(decoded.requestorName);
-    m_data->requestExtensions = std::move(decoded.requestExtensions);
-    m_data->signatureAlgorithm = std::move(decoded.signatureAlgorithm);
-    m_data->signature = std::move(decoded.signature);
-    m_data->certs = std::move(decoded.certs);
-    m_data->signedBytes = std::move(decoded.signedBytes);
+    m_data->Adopt(decoded);
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -7,6 +7,7 @@
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
 
+#include <list>
 #include <memory>
 #include <pki/ocsp/single_request.h>
 
@@ -21,7 +22,10 @@ template <class T> std::unique_ptr<T> CopyOf(const T* value) {
 // it runs out).
 void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& request);
 // Appends the entry of a decoded Request to list, without copying it, and returns it.
-CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list);
+CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, std::list<CSingleRequest>& list);
+// Reads one Request from strict DER and appends its entry to list; false (list may have
+// grown) for anything the DER fast path leaves to the BER decoder.
+bool ReadDerRequestEntry(Asn1Rt::DerCursor& in, std::list<CSingleRequest>& list);
 
 } // namespace Velmor::PKI::OCSP
 

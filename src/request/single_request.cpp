@@ -2,9 +2,9 @@
 #include <pki/ocsp/single_request.h>
 
 #include "foundation/dll_list_impl.h"
-#include "foundation/list_access.h"
 #include "request/request_traits.h"
 
+#include <list>
 #include <memory>
 #include <utility>
 
@@ -67,7 +67,22 @@ void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest&
     }
 }
 
-CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList& list) {
+namespace {
+
+// Appends the entry naming reqCert, with a copy of extensions when they are present (even
+// when empty).
+CSingleRequest& AppendEntry(std::list<CSingleRequest>& list, CReqCert&& reqCert,
+                            const CExtensions* extensions) {
+    CSingleRequest& request = list.emplace_back(std::move(reqCert));
+    if (extensions != nullptr) {
+        request.put_singleRequestExtensions(extensions);
+    }
+    return request;
+}
+
+} // namespace
+
+CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, std::list<CSingleRequest>& list) {
     CReqCert reqCert(nullptr);
     ASN1T_ReqCert_get(in.reqCert, reqCert);
     if (reqCert.get_certID() == nullptr && reqCert.get_fullCertType() == nullptr &&
@@ -75,14 +90,33 @@ CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, CSingleRequestList
         // A choice the decoder did not fill leaves the entry an empty full certificate.
         reqCert = CReqCert(CReqCert::certificate, CBlob());
     }
-    CSingleRequest& request = Detail::UnderlyingList(list).emplace_back(std::move(reqCert));
-    if (in.m.singleRequestExtensionsPresent) {
-        // Present extensions are kept even when the list is empty.
-        CExtensions extensions;
-        ASN1::ASN1T_Extensions_traits::get(in.singleRequestExtensions, extensions);
-        request.put_singleRequestExtensions(&extensions);
+    if (!in.m.singleRequestExtensionsPresent) {
+        return AppendEntry(list, std::move(reqCert), nullptr);
     }
-    return request;
+    CExtensions extensions;
+    ASN1::ASN1T_Extensions_traits::get(in.singleRequestExtensions, extensions);
+    return AppendEntry(list, std::move(reqCert), &extensions);
+}
+
+bool ReadDerRequestEntry(Asn1Rt::DerCursor& in, std::list<CSingleRequest>& list) {
+    Asn1Rt::DerCursor seq;
+    CReqCert reqCert(nullptr);
+    if (!in.read(Asn1Rt::kDerSequence, seq) || !ReadDerReqCert(seq, reqCert)) {
+        return false;
+    }
+    if (seq.empty()) {
+        AppendEntry(list, std::move(reqCert), nullptr);
+        return true;
+    }
+    Asn1Rt::DerCursor tagged;
+    Asn1Rt::DerCursor contents;
+    CExtensions extensions;
+    if (!seq.read(Asn1Rt::DerExplicit(0), tagged) || !tagged.read(Asn1Rt::kDerSequence, contents) ||
+        !tagged.empty() || !seq.empty() || !ASN1::ReadDerExtensions(contents, extensions)) {
+        return false;
+    }
+    AppendEntry(list, std::move(reqCert), &extensions);
+    return true;
 }
 
 CSingleRequestList::CSingleRequestList() = default;
