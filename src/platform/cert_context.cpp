@@ -12,6 +12,7 @@
 #include <openssl/x509.h>
 #include <pki/ocsp/datetime.h>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Velmor::Win32 {
@@ -104,11 +105,13 @@ void SetSerialNumber(CertificateRecord& record, const char* hexText) {
 
 // A UTCTime or GeneralizedTime as a FILETIME; false when the text is not a time.
 bool ToFileTime(const ASN1T_Time& time, FILETIME& out) {
-    std::string text = time.value != nullptr ? time.value : "";
+    const std::string_view value = time.value != nullptr ? time.value : "";
+    std::string text;
     if (time.t == T_Time_utcTime) {
         // RFC 5280: two-digit years 50-99 are 19xx, 00-49 are 20xx.
-        text.insert(0, text.size() >= 2 && text.compare(0, 2, "50") >= 0 ? "19" : "20");
+        text = value.size() >= 2 && value.substr(0, 2) >= "50" ? "19" : "20";
     }
+    text += value;
     CDateTime parsed;
     if (!CDateTime::TryParseGeneralizedTime(text.c_str(), parsed)) {
         return false;
