@@ -269,9 +269,14 @@ void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value
     value.swap(extensions);
 }
 
-bool ReadDerExtensions(Velmor::Asn1Rt::DerCursor contents, CExtensions& value) {
-    CExtensions extensions;
-    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(extensions);
+bool ReadDerExplicitExtensions(Velmor::Asn1Rt::DerCursor& in, unsigned n, CExtensions& value) {
+    Velmor::Asn1Rt::DerCursor tagged;
+    Velmor::Asn1Rt::DerCursor contents;
+    if (!in.read(Velmor::Asn1Rt::DerExplicit(n), tagged) ||
+        !tagged.read(Velmor::Asn1Rt::kDerSequence, contents) || !tagged.empty()) {
+        return false;
+    }
+    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(value);
     while (!contents.empty()) {
         ASN1T_Extension element;
         if (!Velmor::Asn1Rt::ReadDer(contents, element)) {
@@ -279,7 +284,6 @@ bool ReadDerExtensions(Velmor::Asn1Rt::DerCursor contents, CExtensions& value) {
         }
         AppendExtension(element, items);
     }
-    value.swap(extensions);
     return true;
 }
 

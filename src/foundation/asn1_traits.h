@@ -61,9 +61,10 @@ struct ASN1T_Extensions_traits {
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
 
-// Replaces value with the extensions in the contents of an Extensions SEQUENCE, read as
-// strict DER. False, value unchanged, for contents the DER fast path does not take.
-bool ReadDerExtensions(Velmor::Asn1Rt::DerCursor contents, CExtensions& value);
+// Reads "[n] EXPLICIT Extensions" from strict DER and appends the extensions to value, a
+// fresh list of the caller's. False, with value holding part of them, for anything the DER
+// fast path does not take; the caller then discards value.
+bool ReadDerExplicitExtensions(Velmor::Asn1Rt::DerCursor& in, unsigned n, CExtensions& value);
 
 struct ASN1T_GeneralName_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_GeneralName& out, const CGeneralName& value);

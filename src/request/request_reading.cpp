@@ -24,18 +24,6 @@ std::unique_ptr<CBlobList> CertificatesOf(const ASN1T__SeqOfCertificate& certs) 
     return list;
 }
 
-// "[2] EXPLICIT Extensions" at the end of a tbsRequest.
-bool ReadDerRequestExtensions(DerCursor& tbs, DecodedRequest& decoded) {
-    DerCursor tagged;
-    DerCursor contents;
-    if (!tbs.read(DerExplicit(2), tagged) || !tagged.read(kDerSequence, contents) ||
-        !tagged.empty()) {
-        return false;
-    }
-    decoded.requestExtensions = std::make_unique<CExtensions>();
-    return ReadDerExtensions(contents, *decoded.requestExtensions);
-}
-
 bool ReadDerTbsRequest(DerCursor& tbs, DecodedRequest& decoded) {
     DerCursor list;
     if (!tbs.read(kDerSequence, list)) {
@@ -46,8 +34,11 @@ bool ReadDerTbsRequest(DerCursor& tbs, DecodedRequest& decoded) {
             return false;
         }
     }
-    if (tbs.peek(DerExplicit(2)) && !ReadDerRequestExtensions(tbs, decoded)) {
-        return false;
+    if (tbs.peek(DerExplicit(2))) {
+        decoded.requestExtensions = std::make_unique<CExtensions>();
+        if (!ReadDerExplicitExtensions(tbs, 2, *decoded.requestExtensions)) {
+            return false;
+        }
     }
     return tbs.empty();
 }

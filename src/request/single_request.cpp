@@ -108,11 +108,8 @@ bool ReadDerRequestEntry(Asn1Rt::DerCursor& in, std::list<CSingleRequest>& list)
         AppendEntry(list, std::move(reqCert), nullptr);
         return true;
     }
-    Asn1Rt::DerCursor tagged;
-    Asn1Rt::DerCursor contents;
     CExtensions extensions;
-    if (!seq.read(Asn1Rt::DerExplicit(0), tagged) || !tagged.read(Asn1Rt::kDerSequence, contents) ||
-        !tagged.empty() || !seq.empty() || !ASN1::ReadDerExtensions(contents, extensions)) {
+    if (!ASN1::ReadDerExplicitExtensions(seq, 0, extensions) || !seq.empty()) {
         return false;
     }
     AppendEntry(list, std::move(reqCert), &extensions);
