@@ -82,8 +82,7 @@ void CertificateDecode_Velmor(benchmark::State& state) {
     velmor_bench::MeasureWithAllocations(state, [&] {
         ASN1BERDecodeBuffer buffer(bytes.data(), bytes.size());
         ASN1T_Certificate certificate;
-        ASN1C_Certificate control(buffer, certificate);
-        benchmark::DoNotOptimize(control.Decode());
+        benchmark::DoNotOptimize(Velmor::Codec::DecodeStatus(buffer, certificate));
     });
 }
 
@@ -103,8 +102,7 @@ void EncodeDecodedCertificate(benchmark::State& state, bool fromFields) {
     const auto& bytes = CertificateBytes();
     ASN1BERDecodeBuffer decodeBuffer(bytes.data(), bytes.size());
     ASN1T_Certificate certificate;
-    ASN1C_Certificate decoder(decodeBuffer, certificate);
-    if (decoder.Decode() < 0) {
+    if (Velmor::Codec::DecodeStatus(decodeBuffer, certificate) < 0) {
         state.SkipWithError("fixture certificate does not decode");
         return;
     }
@@ -112,9 +110,7 @@ void EncodeDecodedCertificate(benchmark::State& state, bool fromFields) {
         certificate.raw = ASN1OpenType();
     }
     velmor_bench::MeasureWithAllocations(state, [&] {
-        ASN1BEREncodeBuffer buffer;
-        ASN1C_Certificate encoder(buffer, certificate);
-        CBlob encoded = Velmor::Codec::TakeEncoding(buffer, encoder.Encode());
+        CBlob encoded = Velmor::Codec::Encode(certificate);
         benchmark::DoNotOptimize(encoded.pbData());
     });
 }

@@ -2,6 +2,7 @@
 // again from its fields (not from its kept octets); that DER must decode, and encoding it
 // once more must give the same bytes.
 #include "asn1/pkix_types.h"
+#include "foundation/codec_frame.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -15,8 +16,7 @@ namespace {
 std::vector<std::uint8_t> EncodeFields(ASN1T_Certificate certificate) {
     certificate.raw = ASN1OpenType();
     ASN1BEREncodeBuffer buffer;
-    ASN1C_Certificate control(buffer, certificate);
-    const int length = control.Encode();
+    const int length = Velmor::Codec::EncodeStatus(buffer, certificate);
     if (length <= 0) {
         return {};
     }
@@ -26,8 +26,7 @@ std::vector<std::uint8_t> EncodeFields(ASN1T_Certificate certificate) {
 bool Decode(const std::uint8_t* data, std::size_t size, ASN1BERDecodeBuffer& buffer,
             ASN1T_Certificate& certificate) {
     buffer.setBuffer(data, static_cast<int>(size));
-    ASN1C_Certificate control(buffer, certificate);
-    return control.Decode() >= 0;
+    return Velmor::Codec::DecodeStatus(buffer, certificate) >= 0;
 }
 
 } // namespace

@@ -101,9 +101,12 @@ struct ASN1OBJID {
     const ASN1OCTET* data = nullptr;
 };
 
-// INTEGER of any size as text: the decoder gives "0x" + lower-case hex of the contents
-// octets as received; the encoder also takes "0X" and signed decimal text.
-using ASN1TDynBigInt = const char*;
+// INTEGER of any size as its contents octets: two's complement, big-endian, exactly as
+// received (a redundant leading octet is kept) and written back as given.
+struct ASN1TDynBigInt {
+    OSUINT32 numocts = 0;
+    const ASN1OCTET* data = nullptr;
+};
 
 // ---- Lists (SEQUENCE OF / SET OF) ----------------------------------------------------------
 
@@ -220,7 +223,8 @@ int rtCopy(ASN1CTXT* ctxt, const ASN1OpenType& from, ASN1OpenType& to) noexcept;
 int rtCopy(ASN1CTXT* ctxt, const ASN1TDynOctStr& from, ASN1TDynOctStr& to) noexcept;
 int rtCopy(ASN1CTXT* ctxt, const ASN1TDynBitStr& from, ASN1TDynBitStr& to) noexcept;
 int rtCopy(ASN1CTXT* ctxt, const ASN1OBJID& from, ASN1OBJID& to) noexcept;
-// Text values: big integers, times and character strings. A null source copies as null.
+int rtCopy(ASN1CTXT* ctxt, const ASN1TDynBigInt& from, ASN1TDynBigInt& to) noexcept;
+// Text values: times and character strings. A null source copies as null.
 int rtCopy(ASN1CTXT* ctxt, const char* from, const char*& to) noexcept;
 
 // ---- List helpers ------------------------------------------------------------------------

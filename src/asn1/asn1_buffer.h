@@ -70,9 +70,10 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     // ---- DER values; tag replaces the universal tag for [n] IMPLICIT fields.
     int putBool(OSBOOL value, ASN1TAG tag = ASN1TAG_BOOLEAN) noexcept;
     int putInt(OSINT32 value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
-    // "0x"/"0X" + hex (octets as given, odd count padded with a leading 0), or decimal
-    // with an optional '-' (minimal two's complement). Anything else is RTERR_INVPARAM.
-    int putBigInt(ASN1TDynBigInt value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
+    // The contents octets as given (empty is RTERR_INVPARAM).
+    int putBigInt(const ASN1TDynBigInt& value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
+    // A non-negative value as a minimal INTEGER (0x80000000 and above get a leading 00).
+    int putUnsigned(OSUINT32 value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
     int putEnum(OSINT32 value, ASN1TAG tag = ASN1TAG_ENUMERATED) noexcept;
     int putNull(ASN1TAG tag = ASN1TAG_NULL) noexcept;
     // Contents octets are checked as the decoder checks them (RTERR_BADVALUE otherwise).

@@ -268,6 +268,11 @@ int rtCopy(ASN1CTXT* ctxt, const ASN1OBJID& from, ASN1OBJID& to) noexcept {
     return copyOctets(ctxt, from.data, to.numocts, to.data);
 }
 
+int rtCopy(ASN1CTXT* ctxt, const ASN1TDynBigInt& from, ASN1TDynBigInt& to) noexcept {
+    to.numocts = from.data == nullptr ? 0 : from.numocts;
+    return copyOctets(ctxt, from.data, to.numocts, to.data);
+}
+
 int rtCopy(ASN1CTXT* ctxt, const char* from, const char*& to) noexcept {
     if (from == nullptr) {
         to = nullptr;

@@ -86,7 +86,7 @@ class BerReader {
     bool readBool(OSBOOL& value, ASN1TAG tag = ASN1TAG_BOOLEAN) noexcept;
     // INTEGER that must fit 32 bits, minimally encoded.
     bool readInt(OSINT32& value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
-    // INTEGER of any size as "0x" + hex text in the arena (contents kept as received).
+    // INTEGER of any size: its contents octets as received, a view into the input.
     bool readBigInt(ASN1TDynBigInt& value, ASN1TAG tag = ASN1TAG_INTEGER) noexcept;
     bool readEnum(OSINT32& value, ASN1TAG tag = ASN1TAG_ENUMERATED) noexcept;
     bool readNull(ASN1TAG tag = ASN1TAG_NULL) noexcept;

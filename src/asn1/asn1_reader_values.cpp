@@ -87,7 +87,6 @@ bool BerReader::readEnum(OSINT32& value, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readBigInt(ASN1TDynBigInt& value, ASN1TAG tag) noexcept {
-    static constexpr char kHex[] = "0123456789abcdef";
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, "INTEGER", p, n)) {
@@ -96,21 +95,11 @@ bool BerReader::readBigInt(ASN1TDynBigInt& value, ASN1TAG tag) noexcept {
     if (n == 0) {
         return fail(RTERR_BADVALUE, "empty INTEGER");
     }
-    if (n > (SIZE_MAX - 3) / 2) {
-        return fail(RTERR_NOMEM, "INTEGER");
+    if (n > UINT32_MAX) {
+        return fail(RTERR_INVLEN, "INTEGER too large");
     }
-    auto* text = static_cast<char*>(rtMemHeapAlloc(ctxt_, 2 * n + 3));
-    if (text == nullptr) {
-        return fail(RTERR_NOMEM, "INTEGER");
-    }
-    text[0] = '0';
-    text[1] = 'x';
-    for (std::size_t i = 0; i < n; ++i) {
-        text[2 + 2 * i] = kHex[p[i] >> 4];
-        text[3 + 2 * i] = kHex[p[i] & 0x0F];
-    }
-    text[2 * n + 2] = '\0';
-    value = text;
+    value.numocts = static_cast<OSUINT32>(n);
+    value.data = p;
     return true;
 }
 

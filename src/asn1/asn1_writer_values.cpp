@@ -21,29 +21,6 @@ std::size_t minimalInt(OSINT32 v, ASN1OCTET out[4]) {
     return skip;
 }
 
-// Big-endian two's complement of a decimal text (digits only, at least one) into out,
-// which has room for size octets (enough for the magnitude plus a sign octet).
-void decimalToTwosComplement(const char* digits, std::size_t count, bool negative, ASN1OCTET* out,
-                             std::size_t size) {
-    std::memset(out, 0, size);
-    for (std::size_t d = 0; d < count; ++d) {
-        unsigned carry = static_cast<unsigned>(digits[d] - '0');
-        for (std::size_t i = size; i > 0; --i) {
-            unsigned v = out[i - 1] * 10u + carry;
-            out[i - 1] = static_cast<ASN1OCTET>(v);
-            carry = v >> 8;
-        }
-    }
-    if (negative) {
-        unsigned carry = 1;
-        for (std::size_t i = size; i > 0; --i) {
-            unsigned v = static_cast<ASN1OCTET>(~out[i - 1]) + carry;
-            out[i - 1] = static_cast<ASN1OCTET>(v);
-            carry = v >> 8;
-        }
-    }
-}
-
 } // namespace
 
 int ASN1BEREncodeBuffer::putBool(OSBOOL value, ASN1TAG tag) noexcept {
@@ -62,67 +39,24 @@ int ASN1BEREncodeBuffer::putEnum(OSINT32 value, ASN1TAG tag) noexcept { return p
 
 int ASN1BEREncodeBuffer::putNull(ASN1TAG tag) noexcept { return putTagLen(tag, 0); }
 
-// Hex text (after "0x") written as the octets it spells; an odd digit count gets a
-// leading 0 digit. Decoded straight into the buffer, last octet first.
-static int putHexOctets(ASN1BEREncodeBuffer& b, const char* hex, std::size_t digits) {
-    std::size_t octets = (digits + 1) / 2;
-    std::size_t d = digits;
-    for (std::size_t i = 0; i < octets; ++i) {
-        int lo = Velmor::Asn1Rt::hexDigitValue(hex[--d]);
-        int hi = d > 0 ? Velmor::Asn1Rt::hexDigitValue(hex[--d]) : 0;
-        if (lo < 0 || hi < 0) {
-            return b.fail(RTERR_INVPARAM, "INTEGER text");
-        }
-        b.putByte(static_cast<ASN1OCTET>(hi << 4 | lo));
+int ASN1BEREncodeBuffer::putBigInt(const ASN1TDynBigInt& value, ASN1TAG tag) noexcept {
+    if (value.numocts == 0 || value.data == nullptr) {
+        return fail(RTERR_INVPARAM, "empty INTEGER");
     }
-    return b.ok() ? static_cast<int>(octets) : b.getStatus();
+    putBytes(value.data, value.numocts);
+    return wrapLast(tag, value.numocts);
 }
 
-// Decimal text with an optional '-' written as minimal two's complement.
-static int putDecimal(ASN1BEREncodeBuffer& b, const char* text) {
-    bool negative = text[0] == '-';
-    const char* digits = text + (negative ? 1 : 0);
-    std::size_t count = std::strlen(digits);
-    if (count == 0 || std::strspn(digits, "0123456789") != count) {
-        return b.fail(RTERR_INVPARAM, "INTEGER text");
-    }
-    // 2 decimal digits never need more than one octet; one more octet holds the sign.
-    std::size_t size = count / 2 + 2;
-    ASN1OCTET local[128];
-    ASN1OCTET* out = local;
-    if (size > sizeof local) {
-        out = static_cast<ASN1OCTET*>(rtMemHeapAlloc(b.getCtxtPtr(), size));
-        if (out == nullptr) {
-            return b.fail(RTERR_NOMEM, "INTEGER");
-        }
-    }
-    decimalToTwosComplement(digits, count, negative, out, size);
+int ASN1BEREncodeBuffer::putUnsigned(OSUINT32 value, ASN1TAG tag) noexcept {
+    ASN1OCTET octets[5] = {0, static_cast<ASN1OCTET>(value >> 24),
+                           static_cast<ASN1OCTET>(value >> 16), static_cast<ASN1OCTET>(value >> 8),
+                           static_cast<ASN1OCTET>(value)};
     std::size_t skip = 0;
-    while (skip + 1 < size && ((out[skip] == 0x00 && (out[skip + 1] & 0x80) == 0) ||
-                               (out[skip] == 0xFF && (out[skip + 1] & 0x80) != 0))) {
+    while (skip < 4 && octets[skip] == 0 && (octets[skip + 1] & 0x80) == 0) {
         ++skip;
     }
-    return b.putBytes(out + skip, size - skip);
-}
-
-int ASN1BEREncodeBuffer::putBigInt(ASN1TDynBigInt value, ASN1TAG tag) noexcept {
-    if (!ok()) {
-        return ctxt_.status;
-    }
-    if (value == nullptr) {
-        return fail(RTERR_INVPARAM, "null INTEGER text");
-    }
-    std::size_t mark = used_;
-    if (value[0] == '0' && (value[1] == 'x' || value[1] == 'X')) {
-        std::size_t digits = std::strlen(value + 2);
-        if (digits == 0) {
-            return fail(RTERR_INVPARAM, "INTEGER text without digits");
-        }
-        putHexOctets(*this, value + 2, digits);
-    } else {
-        putDecimal(*this, value);
-    }
-    return wrap(tag, mark);
+    putBytes(octets + skip, 5 - skip);
+    return wrapLast(tag, 5 - skip);
 }
 
 int ASN1BEREncodeBuffer::putOid(const ASN1OBJID& value, ASN1TAG tag) noexcept {

@@ -3,18 +3,9 @@
 #include "asn1/asn1_fields.h"
 #include "asn1/ocsp_types.h"
 
-#include <charconv>
-
 using namespace Velmor::Asn1Rt;
 
 namespace {
-
-// Writes value as a (non-negative) INTEGER: 0x80000000 and above get their leading 00 octet.
-int putUnsigned(ASN1BEREncodeBuffer& b, OSUINT32 value) {
-    char text[16] = {};
-    std::to_chars(text, text + sizeof text - 1, value);
-    return b.putBigInt(text);
-}
 
 // Reads an INTEGER that must be minimal and lie in 0 .. 2^32 - 1.
 void readUnsigned(BerReader& r, OSUINT32& value) {
@@ -48,7 +39,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CrlID& v, ASN1TAG tag) {
             b, 2, [&](ASN1BEREncodeBuffer& w) { w.putString(v.crlTime, ASN1TAG_GENERALIZEDTIME); });
     }
     if (v.m.crlNumPresent) {
-        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { putUnsigned(w, v.crlNum); });
+        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { w.putUnsigned(v.crlNum); });
     }
     if (v.m.crlUrlPresent) {
         writeExplicit(b, 0,

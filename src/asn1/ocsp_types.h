@@ -40,7 +40,7 @@ struct ASN1T_CertID {
     ASN1T_AlgorithmIdentifier hashAlgorithm;
     ASN1TDynOctStr issuerNameHash;
     ASN1TDynOctStr issuerKeyHash;
-    ASN1TDynBigInt serialNumber = nullptr;
+    ASN1TDynBigInt serialNumber;
 };
 
 // CertIdWithSignature ::= SEQUENCE { issuer Name, serialNumber CertificateSerialNumber,
@@ -48,7 +48,7 @@ struct ASN1T_CertID {
 //        signatureValue BIT STRING }
 struct ASN1T_CertIdWithSignature {
     ASN1T_Name issuer;
-    ASN1TDynBigInt serialNumber = nullptr;
+    ASN1TDynBigInt serialNumber;
     ASN1TDynBitStr tbsCertificateHash;
     ASN1T_AlgorithmIdentifier signatureAlgorithm;
     ASN1TDynBitStr signatureValue;

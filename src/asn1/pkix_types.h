@@ -107,7 +107,7 @@ struct ASN1T_TBSCertificate {
         unsigned extensionsPresent : 1;
     } m{};
     OSINT32 version = 0; // v1 (0) is the DEFAULT and is not written
-    ASN1TDynBigInt serialNumber = nullptr;
+    ASN1TDynBigInt serialNumber;
     ASN1T_AlgorithmIdentifier signature;
     ASN1T_Name issuer;
     ASN1T_Validity validity;
@@ -174,7 +174,7 @@ struct ASN1T_IssuerSerial {
         unsigned issuerUIDPresent : 1;
     } m{};
     ASN1T_GeneralNames issuer;
-    ASN1TDynBigInt serial = nullptr;
+    ASN1TDynBigInt serial;
     ASN1TDynBitStr issuerUID;
 };
 
@@ -243,7 +243,7 @@ struct ASN1T_AttributeCertificateInfo {
     ASN1T_Holder holder;
     ASN1T_AttCertIssuer issuer;
     ASN1T_AlgorithmIdentifier signature;
-    ASN1TDynBigInt serialNumber = nullptr;
+    ASN1TDynBigInt serialNumber;
     ASN1T_AttCertValidityPeriod attrCertValidityPeriod;
     ASN1T__SeqOfAttribute attributes;
     ASN1TDynBitStr issuerUniqueID;

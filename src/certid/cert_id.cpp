@@ -21,32 +21,20 @@ void SetOctets(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value) {
 CBlob OctetsOf(const ASN1TDynOctStr& in) { return CBlob(in.data, in.numocts); }
 } // namespace
 
-void ASN1T_CertID_set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
-    out.hashAlgorithm =
-        ASN1T_AlgorithmIdentifier_set(ctxt, value.get_hashAlgorithm().get_algorithm(),
-                                      &value.get_hashAlgorithm().get_parameters());
+void ASN1T_CertID_traits::set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
+    ASN1T_AlgorithmIdentifier_traits::set(ctxt, out.hashAlgorithm, value.get_hashAlgorithm());
     SetOctets(ctxt, out.issuerKeyHash, value.get_issuerKeyHash());
     SetOctets(ctxt, out.issuerNameHash, value.get_issuerNameHash());
-    out.serialNumber = BigIntegerToASN1String(ctxt, value.get_serialNumber());
+    ASN1TDynBigInt_traits::set(ctxt, out.serialNumber, value.get_serialNumber());
 }
 
-namespace {
-CCertID CertIdOf(const ASN1T_CertID& in, CBigInteger&& serialNumber) {
+void ASN1T_CertID_traits::get(const ASN1T_CertID& in, CCertID& value) {
     CAlgorithmIdentifier hashAlgorithm;
-    ASN1T_AlgorithmIdentifier_get(hashAlgorithm, in.hashAlgorithm);
-    return CCertID(std::move(hashAlgorithm), OctetsOf(in.issuerNameHash),
-                   OctetsOf(in.issuerKeyHash), std::move(serialNumber));
-}
-} // namespace
-
-CCertID ASN1T_CertID_get(const ASN1T_CertID& in) {
-    return CertIdOf(in, ASN1StringToBigInteger(in.serialNumber));
-}
-
-CCertID ASN1T_CertID_get(const ASN1T_CertID& in, const ASN1OCTET* serial, std::size_t serialSize) {
+    ASN1T_AlgorithmIdentifier_traits::get(in.hashAlgorithm, hashAlgorithm);
     CBigInteger serialNumber;
-    serialNumber.decode(CBlob(serial, static_cast<unsigned long>(serialSize)));
-    return CertIdOf(in, std::move(serialNumber));
+    ASN1TDynBigInt_traits::get(in.serialNumber, serialNumber);
+    value = CCertID(std::move(hashAlgorithm), OctetsOf(in.issuerNameHash),
+                    OctetsOf(in.issuerKeyHash), std::move(serialNumber));
 }
 
 CCertID::CCertID() = default;
@@ -81,18 +69,16 @@ CCertID::~CCertID() = default;
 CBlob CCertID::encode() const {
     ASN1BEREncodeBuffer buffer;
     ASN1T_CertID structure;
-    ASN1T_CertID_set(buffer.getCtxtPtr(), structure, *this);
-    ASN1C_CertID control(buffer, structure);
-    return Codec::TakeEncoding(buffer, control.Encode());
+    ASN1T_CertID_traits::set(buffer.getCtxtPtr(), structure, *this);
+    return Codec::Encode(buffer, structure);
 }
 
 void CCertID::decode(const CBlob& encoded) {
     ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
     ASN1T_CertID structure;
-    ASN1C_CertID control(buffer, structure);
-    Codec::ThrowIfFailed(control.Decode());
+    Codec::Decode(buffer, structure);
     // The whole value is converted before any field changes.
-    *this = ASN1T_CertID_get(structure);
+    ASN1T_CertID_traits::get(structure, *this);
 }
 
 const CAlgorithmIdentifier& CCertID::get_hashAlgorithm() const noexcept { return m_hashAlgorithm; }

@@ -4,6 +4,7 @@
 #include "certid/algorithm_lookup.h"
 #include "certid/crypt_calls.h"
 #include "foundation/asn1_traits.h"
+#include "foundation/codec_frame.h"
 #include "platform/crypt_raii.h"
 
 #include <pki/ocsp/algorithm_identifier_ex.h>
@@ -35,8 +36,7 @@ CBigInteger SerialNumberOf(const CERT_INFO& info) {
 CBlob SignatureOctets(const CBlob& certificate) {
     ASN1BERDecodeBuffer buffer(certificate.pbData(), certificate.cbData());
     ASN1T_Certificate decoded{};
-    ASN1C_Certificate control(buffer, decoded);
-    if (control.Decode() < 0) {
+    if (Codec::DecodeStatus(buffer, decoded) < 0) {
         // Reported like a CryptoAPI failure, as the last error, and not as an ASN.1 code.
         ATL::AtlThrowLastWin32();
     }

@@ -25,25 +25,26 @@ CBlob NameDer(const ASN1T_Name& name) {
 }
 } // namespace
 
-void ASN1T_CertIdWithSignature_set(ASN1CTXT* ctxt, ASN1T_CertIdWithSignature& out,
-                                   const CCertIdWithSignature& value) {
-    out.signatureAlgorithm =
-        ASN1T_AlgorithmIdentifier_set(ctxt, value.get_signatureAlgorithm().get_algorithm(),
-                                      &value.get_signatureAlgorithm().get_parameters());
+void ASN1T_CertIdWithSignature_traits::set(ASN1CTXT* ctxt, ASN1T_CertIdWithSignature& out,
+                                           const CCertIdWithSignature& value) {
+    ASN1T_AlgorithmIdentifier_traits::set(ctxt, out.signatureAlgorithm,
+                                          value.get_signatureAlgorithm());
     ASN1TDynBitStr_traits::set(ctxt, out.signatureValue, value.get_signatureValue());
     // The issuer blob is checked only now: one that is not a Name (an empty one included)
     // cannot be encoded.
     Codec::DecodeInto(ctxt, value.get_issuer(), out.issuer, asn1Copy_Name);
-    out.serialNumber = BigIntegerToASN1String(ctxt, value.get_serialNumber());
+    ASN1TDynBigInt_traits::set(ctxt, out.serialNumber, value.get_serialNumber());
     ASN1TDynBitStr_traits::set(ctxt, out.tbsCertificateHash, value.get_tbsCertificateHash());
 }
 
-CCertIdWithSignature ASN1T_CertIdWithSignature_get(const ASN1T_CertIdWithSignature& in) {
+void ASN1T_CertIdWithSignature_traits::get(const ASN1T_CertIdWithSignature& in,
+                                           CCertIdWithSignature& value) {
     CAlgorithmIdentifier signatureAlgorithm;
-    ASN1T_AlgorithmIdentifier_get(signatureAlgorithm, in.signatureAlgorithm);
-    return CCertIdWithSignature(NameDer(in.issuer), ASN1StringToBigInteger(in.serialNumber),
-                                BitsOf(in.tbsCertificateHash), signatureAlgorithm,
-                                BitsOf(in.signatureValue));
+    ASN1T_AlgorithmIdentifier_traits::get(in.signatureAlgorithm, signatureAlgorithm);
+    CBigInteger serialNumber;
+    ASN1TDynBigInt_traits::get(in.serialNumber, serialNumber);
+    value = CCertIdWithSignature(NameDer(in.issuer), serialNumber, BitsOf(in.tbsCertificateHash),
+                                 signatureAlgorithm, BitsOf(in.signatureValue));
 }
 
 CCertIdWithSignature::CCertIdWithSignature() = default;
@@ -77,17 +78,15 @@ CCertIdWithSignature::~CCertIdWithSignature() = default;
 CBlob CCertIdWithSignature::encode() const {
     ASN1BEREncodeBuffer buffer;
     ASN1T_CertIdWithSignature structure;
-    ASN1T_CertIdWithSignature_set(buffer.getCtxtPtr(), structure, *this);
-    ASN1C_CertIdWithSignature control(buffer, structure);
-    return Codec::TakeEncoding(buffer, control.Encode());
+    ASN1T_CertIdWithSignature_traits::set(buffer.getCtxtPtr(), structure, *this);
+    return Codec::Encode(buffer, structure);
 }
 
 void CCertIdWithSignature::decode(const CBlob& encoded) {
     ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
     ASN1T_CertIdWithSignature structure;
-    ASN1C_CertIdWithSignature control(buffer, structure);
-    Codec::ThrowIfFailed(control.Decode());
-    *this = ASN1T_CertIdWithSignature_get(structure);
+    Codec::Decode(buffer, structure);
+    ASN1T_CertIdWithSignature_traits::get(structure, *this);
 }
 
 const CBlob& CCertIdWithSignature::get_issuer() const noexcept { return m_issuer; }

@@ -1,7 +1,6 @@
 #include "foundation/asn1_traits.h"
 
 #include "asn1/asn1_detail.h"
-#include "asn1/der_structures.h"
 #include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
@@ -139,42 +138,35 @@ void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
-    out = DateToASN1GeneralizedTime(ctxt, value, true);
+    out = CopyText(ctxt, value.ToGeneralizedTime(true));
 }
 
 void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) { value = CDateTime(in); }
 
+// A whole GeneralizedTime element goes through the ArchiveCutoff structure, which is a bare
+// GeneralizedTime.
 CBlob ASN1GeneralizedTime_traits::encode(const CDateTime& value) {
     ASN1BEREncodeBuffer buffer;
-    const std::string text = value.ToGeneralizedTime(true);
-    return Velmor::Codec::TakeEncoding(buffer,
-                                       buffer.putString(text.c_str(), ASN1TAG_GENERALIZEDTIME));
+    ASN1T_ArchiveCutoff element;
+    set(buffer.getCtxtPtr(), element.value, value);
+    return Velmor::Codec::Encode(buffer, element);
 }
 
 void ASN1GeneralizedTime_traits::decode(const CBlob& der, CDateTime& value) {
-    Velmor::Codec::RequireNonEmpty(der);
     ASN1BERDecodeBuffer buffer(der.pbData(), der.cbData());
-    BerReader reader(buffer.getCtxtPtr(), der.pbData(), der.cbData());
-    const char* text = nullptr;
-    reader.readTime(text, ASN1TAG_GENERALIZEDTIME);
-    Velmor::Codec::ThrowIfFailed(reader.more() ? RTERR_TRAILING : reader.status());
-    value = CDateTime(text);
-}
-
-const char* DateToASN1GeneralizedTime(ASN1CTXT* ctxt, const CDateTime& date, bool utc) {
-    return CopyText(ctxt, date.ToGeneralizedTime(utc));
+    ASN1T_ArchiveCutoff element;
+    Velmor::Codec::Decode(buffer, element, Velmor::Codec::OnEmpty::InvalidArgument);
+    get(element.value, value);
 }
 
 // ---- Names and general names
 
 void ASN1T_Name_traits::set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der) {
-    Velmor::Codec::RequireNonEmpty(der);
-    Velmor::Codec::DecodeInto(ctxt, der, out, asn1Copy_Name);
+    Velmor::Codec::DecodeInto(ctxt, der, out, asn1Copy_Name,
+                              Velmor::Codec::OnEmpty::InvalidArgument);
 }
 
-void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) {
-    der = Velmor::Codec::EncodeToBlob(in);
-}
+void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) { der = Velmor::Codec::Encode(in); }
 
 void ASN1T_GeneralName_traits::set(ASN1CTXT* ctxt, ASN1T_GeneralName& out,
                                    const CGeneralName& value) {
@@ -260,31 +252,21 @@ void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
 } // namespace
 
 void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value) {
-    // Built aside, each extension in place, then exchanged: value changes only when all of
-    // them converted.
-    CExtensions extensions;
-    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(extensions);
-    ForEach<ASN1T_Extension>(
-        in, [&](const ASN1T_Extension& element) { AppendExtension(element, items); });
-    value.swap(extensions);
-}
-
-bool ReadDerExplicitExtensions(Velmor::Asn1Rt::DerCursor& in, unsigned n, CExtensions& value) {
-    Velmor::Asn1Rt::DerCursor tagged;
-    Velmor::Asn1Rt::DerCursor contents;
-    if (!in.read(Velmor::Asn1Rt::DerExplicit(n), tagged) ||
-        !tagged.read(Velmor::Asn1Rt::kDerSequence, contents) || !tagged.empty()) {
-        return false;
+    // value changes only when every extension converted: into an empty list they are built
+    // in place (and dropped again on failure), otherwise aside and then exchanged.
+    CExtensions aside;
+    CExtensions& target = value.empty() ? value : aside;
+    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(target);
+    try {
+        ForEach<ASN1T_Extension>(
+            in, [&](const ASN1T_Extension& element) { AppendExtension(element, items); });
+    } catch (...) {
+        items.clear();
+        throw;
     }
-    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(value);
-    while (!contents.empty()) {
-        ASN1T_Extension element;
-        if (!Velmor::Asn1Rt::ReadDer(contents, element)) {
-            return false;
-        }
-        AppendExtension(element, items);
+    if (&target == &aside) {
+        value.swap(aside);
     }
-    return true;
 }
 
 // ---- CRL distribution points
@@ -301,10 +283,9 @@ void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSy
         } else if (const CBlob* relative = point.get_nameRelativeToCRLIssuer()) {
             element.m.distributionPointPresent = 1;
             element.distributionPoint.t = T_DistributionPointName_nameRelativeToCRLIssuer;
-            Velmor::Codec::RequireNonEmpty(*relative);
-            Velmor::Codec::DecodeInto(ctxt, *relative,
-                                      element.distributionPoint.nameRelativeToCRLIssuer,
-                                      asn1Copy_RelativeDistinguishedName);
+            Velmor::Codec::DecodeInto(
+                ctxt, *relative, element.distributionPoint.nameRelativeToCRLIssuer,
+                asn1Copy_RelativeDistinguishedName, Velmor::Codec::OnEmpty::InvalidArgument);
         }
         if (const unsigned* reasons = point.get_reasons()) {
             element.m.reasonsPresent = 1;
@@ -328,7 +309,7 @@ void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
             point.put_fullName(&names);
         } else if (element.m.distributionPointPresent) {
             const CBlob rdn =
-                Velmor::Codec::EncodeToBlob(element.distributionPoint.nameRelativeToCRLIssuer);
+                Velmor::Codec::Encode(element.distributionPoint.nameRelativeToCRLIssuer);
             point.put_nameRelativeToCRLIssuer(&rdn);
         }
         if (element.m.reasonsPresent) {
@@ -373,88 +354,65 @@ void ASN1T_AuthorityInfoAccessSyntax_traits::get(const ASN1T_AuthorityInfoAccess
 
 // ---- Algorithm identifiers and integers
 
-ASN1T_AlgorithmIdentifier& ASN1T_AlgorithmIdentifier_set(ASN1CTXT* ctxt, const char* oid,
-                                                         const CBlob* parameters) {
-    auto* out = NewZ<ASN1T_AlgorithmIdentifier>(ctxt);
-    ASN1TObjId_traits::set(ctxt, out->algorithm, oid);
-    if (parameters != nullptr && parameters->cbData() != 0) {
-        out->m.parametersPresent = 1;
-        out->parameters.data = CopyBytes(ctxt, parameters->pbData(), parameters->cbData());
-        out->parameters.numocts = static_cast<OSUINT32>(parameters->cbData());
+void ASN1T_AlgorithmIdentifier_traits::set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdentifier& out,
+                                           const CAlgorithmIdentifier& value) {
+    ASN1TObjId_traits::set(ctxt, out.algorithm, value.get_algorithm());
+    const CBlob& parameters = value.get_parameters();
+    out.m.parametersPresent = parameters.cbData() != 0;
+    out.parameters.data = CopyBytes(ctxt, parameters.pbData(), parameters.cbData());
+    out.parameters.numocts = static_cast<OSUINT32>(parameters.cbData());
+}
+
+void ASN1T_AlgorithmIdentifier_traits::get(const ASN1T_AlgorithmIdentifier& in,
+                                           CAlgorithmIdentifier& value) {
+    value.put_algorithm(OidText(in.algorithm).c_str());
+    value.put_parameters(in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts)
+                                                : CBlob());
+}
+
+// ---- Certificates
+
+void ASN1T__SeqOfCertificate_traits::set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out,
+                                         const CBlobList& value) {
+    rtDListInit(&out);
+    for (const CBlob& certificate : value) {
+        Velmor::Codec::DecodeInto(ctxt, certificate, AppendNew<ASN1T_Certificate>(ctxt, out),
+                                  asn1Copy_Certificate);
     }
-    return *out;
 }
 
-void ASN1T_AlgorithmIdentifier_get(CAlgorithmIdentifier& out, const ASN1T_AlgorithmIdentifier& in) {
-    out.put_algorithm(OidText(in.algorithm).c_str());
-    out.put_parameters(in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts)
-                                              : CBlob());
+void ASN1T__SeqOfCertificate_traits::get(const ASN1T__SeqOfCertificate& in, CBlobList& value) {
+    CBlobList certificates;
+    ForEach<ASN1T_Certificate>(in, [&](const ASN1T_Certificate& element) {
+        certificates.push_back(Velmor::Codec::Encode(element));
+    });
+    value.swap(certificates);
 }
 
-const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value) {
-    static constexpr char kDigits[] = "0123456789abcdef";
+// ---- Integers
+
+void ASN1TDynBigInt_traits::set(ASN1CTXT* ctxt, ASN1TDynBigInt& out, const CBigInteger& value) {
     const CBlob& content = value.get_content();
-    std::string text = "0x";
-    for (unsigned long i = 0; i < content.cbData(); ++i) {
-        text += kDigits[content.pbData()[i] >> 4];
-        text += kDigits[content.pbData()[i] & 0x0F];
-    }
-    return CopyText(ctxt, text);
+    out.data = CopyBytes(ctxt, content.pbData(), content.cbData());
+    out.numocts = static_cast<OSUINT32>(content.cbData());
 }
 
-namespace {
-
-// The octets of "0x" + an even number of hex digits (the decoder's own form), or false for
-// any other text.
-bool OctetsOfHexText(const char* text, CBlob& octets) {
-    if (text[0] != '0' || (text[1] != 'x' && text[1] != 'X')) {
-        return false;
+void ASN1TDynBigInt_traits::get(const ASN1TDynBigInt& in, CBigInteger& value) {
+    if (in.numocts == 0) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    const std::size_t digits = std::strlen(text + 2);
-    if (digits == 0 || digits % 2 != 0) {
-        return false;
-    }
-    octets.resize_to(ToLength(digits / 2));
-    for (std::size_t i = 0; i < digits / 2; ++i) {
-        const int high = Velmor::Asn1Rt::hexDigitValue(text[2 + 2 * i]);
-        const int low = Velmor::Asn1Rt::hexDigitValue(text[3 + 2 * i]);
-        if (high < 0 || low < 0) {
-            return false;
-        }
-        octets.pbData()[i] = static_cast<unsigned char>(high << 4 | low);
-    }
-    return true;
-}
-
-} // namespace
-
-CBigInteger ASN1StringToBigInteger(const char* text) {
-    CBigInteger result;
-    CBlob octets;
-    if (text != nullptr && OctetsOfHexText(text, octets)) {
-        result.decode(std::move(octets));
-        return result;
-    }
-    // Any other form (signed decimal, odd digit counts) goes through the runtime's INTEGER
-    // writer, which knows them all; its output's contents octets are the integer's.
-    ASN1BEREncodeBuffer buffer;
-    const int length = buffer.putBigInt(text);
-    Velmor::Codec::ThrowIfFailed(length);
-    return DerIntegerToBigInteger(buffer.getMsgPtr(), static_cast<std::size_t>(length));
+    value.decode(CBlob(in.data, in.numocts));
 }
 
 CBigInteger DerIntegerToBigInteger(const ASN1OCTET* der, std::size_t size) {
     ASN1BERDecodeBuffer reader(der, size);
     BerReader integer(reader.getCtxtPtr(), der, size);
-    const ASN1OCTET* content = nullptr;
-    std::size_t contentSize = 0;
-    integer.readPrimitive(ASN1TAG_INTEGER, content, contentSize);
-    Velmor::Codec::ThrowIfFailed(integer.status());
-    if (contentSize == 0 || integer.more()) {
+    ASN1TDynBigInt content;
+    if (!integer.readBigInt(content) || integer.more()) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
     CBigInteger result;
-    result.decode(CBlob(content, ToLength(contentSize)));
+    ASN1TDynBigInt_traits::get(content, result);
     return result;
 }
 

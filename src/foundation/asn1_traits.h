@@ -5,8 +5,7 @@
 #ifndef VELMOR_SRC_FOUNDATION_ASN1_TRAITS_H
 #define VELMOR_SRC_FOUNDATION_ASN1_TRAITS_H
 
-#include "asn1/der_cursor.h"
-#include "asn1/pkix_types.h"
+#include "asn1/ocsp_types.h"
 
 #include <pki/ocsp/algorithm_identifier.h>
 #include <pki/ocsp/authority_info_access.h>
@@ -61,11 +60,6 @@ struct ASN1T_Extensions_traits {
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
 
-// Reads "[n] EXPLICIT Extensions" from strict DER and appends the extensions to value, a
-// fresh list of the caller's. False, with value holding part of them, for anything the DER
-// fast path does not take; the caller then discards value.
-bool ReadDerExplicitExtensions(Velmor::Asn1Rt::DerCursor& in, unsigned n, CExtensions& value);
-
 struct ASN1T_GeneralName_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_GeneralName& out, const CGeneralName& value);
     static void get(const ASN1T_GeneralName& in, CGeneralName& value);
@@ -83,20 +77,30 @@ struct ASN1T_AuthorityInfoAccessSyntax_traits {
     static void get(const ASN1T_AuthorityInfoAccessSyntax& in, CAuthorityInfoAccessSyntax& value);
 };
 
-// An AlgorithmIdentifier structure in context memory for oid and, when not null, the DER of
-// its parameters.
-ASN1T_AlgorithmIdentifier& ASN1T_AlgorithmIdentifier_set(ASN1CTXT* ctxt, const char* oid,
-                                                         const CBlob* parameters);
-void ASN1T_AlgorithmIdentifier_get(CAlgorithmIdentifier& out, const ASN1T_AlgorithmIdentifier& in);
+// AlgorithmIdentifier <-> OID text and parameters. set leaves the parameters out when the
+// value's parameters blob is empty; get gives an empty blob for absent parameters (and, for
+// a CAlgorithmIdentifierEx, an unresolved ALG_ID).
+struct ASN1T_AlgorithmIdentifier_traits {
+    static void set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdentifier& out,
+                    const CAlgorithmIdentifier& value);
+    static void get(const ASN1T_AlgorithmIdentifier& in, CAlgorithmIdentifier& value);
+};
 
-// GeneralizedTime text in context memory: with utc true the UTC form, otherwise local time
-// with its offset (CDateTime::ToGeneralizedTime).
-const char* DateToASN1GeneralizedTime(ASN1CTXT* ctxt, const CDateTime& date, bool utc);
+// SEQUENCE OF Certificate <-> DER certificates. set throws CRYPT_E_ASN1_INTERNAL for a blob
+// that is not a certificate; get gives each certificate's encoding (the octets it arrived
+// in, since decoded certificates keep them).
+struct ASN1T__SeqOfCertificate_traits {
+    static void set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out, const CBlobList& value);
+    static void get(const ASN1T__SeqOfCertificate& in, CBlobList& value);
+};
 
-// The runtime's INTEGER text ("0x" + hex of the contents octets) and back. The reverse
-// also takes signed decimal text; other text throws CRYPT_E_ASN1_INTERNAL.
-const char* BigIntegerToASN1String(ASN1CTXT* ctxt, const CBigInteger& value);
-CBigInteger ASN1StringToBigInteger(const char* text);
+// INTEGER contents octets <-> CBigInteger, the octets kept exactly. get throws
+// CRYPT_E_ASN1_INTERNAL for an empty INTEGER.
+struct ASN1TDynBigInt_traits {
+    static void set(ASN1CTXT* ctxt, ASN1TDynBigInt& out, const CBigInteger& value);
+    static void get(const ASN1TDynBigInt& in, CBigInteger& value);
+};
+
 // The value of one DER INTEGER element; CRYPT_E_ASN1_INTERNAL for anything else.
 CBigInteger DerIntegerToBigInteger(const ASN1OCTET* der, std::size_t size);
 

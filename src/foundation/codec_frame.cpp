@@ -7,15 +7,23 @@ using namespace Velmor::Win32;
 
 namespace Velmor::Codec {
 
-void RequireNonEmpty(const CBlob& encoded) {
-    if (encoded.cbData() == 0 || encoded.pbData() == nullptr) {
-        ATL::AtlThrow(E_INVALIDARG);
-    }
+namespace {
+thread_local Failure t_lastFailure;
+} // namespace
+
+const Failure& LastFailure() noexcept { return t_lastFailure; }
+
+void ThrowFailure(const ASN1MessageBuffer& buffer, int status) {
+    const ASN1CTXT* ctxt = buffer.getCtxtPtr();
+    t_lastFailure.status = ctxt->status != ASN_OK ? ctxt->status : status;
+    t_lastFailure.offset = ctxt->errOffset;
+    std::strncpy(t_lastFailure.detail, rtErrDetail(ctxt), sizeof t_lastFailure.detail - 1);
+    ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
 }
 
-void ThrowIfFailed(int status) {
-    if (status < 0) {
-        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+void RequireInput(const ASN1BERDecodeBuffer& buffer) {
+    if (buffer.getBufLen() == 0 || buffer.getBufPtr() == nullptr) {
+        ATL::AtlThrow(E_INVALIDARG);
     }
 }
 
@@ -48,13 +56,6 @@ void ThrowIfCopyFailed(int status) {
     if (status < 0) {
         ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
     }
-}
-
-CBlob TakeEncoding(const ASN1BEREncodeBuffer& buffer, int status) {
-    if (status <= 0) {
-        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
-    }
-    return CBlob(buffer.getMsgPtr(), static_cast<unsigned long>(status));
 }
 
 } // namespace Velmor::Codec

@@ -1,5 +1,7 @@
-// The one frame in which a class crosses to and from its ASN.1 structure: CCodeClassT, and
-// the helpers that turn runtime statuses into the library's exceptions.
+// The one way a value crosses between the library's classes and its ASN.1 structures:
+// Codec::Encode and Codec::Decode over a type's asn1E/asn1D, which apply the empty-input and
+// failure rules and remember where a failed conversion stopped; CCodeClassT, the exported
+// frame, on the same core; and the context-memory helpers of the converters.
 #ifndef VELMOR_SRC_FOUNDATION_CODEC_FRAME_H
 #define VELMOR_SRC_FOUNDATION_CODEC_FRAME_H
 
@@ -8,33 +10,12 @@
 #include <cstddef>
 #include <pki/ocsp/blob.h>
 
-namespace Velmor::ASN1 {
-
-// Runs C (an ASN1C_ control class) over a buffer and a structure and passes its status on
-// unchanged: a length or 0 on success, a negative runtime status on failure. Never throws
-// on a negative status; the caller decides what a failure means.
-template <class T, class C> class CCodeClassT {
-  public:
-    static int encode(ASN1BEREncodeBuffer& buffer, T& value) {
-        C control(buffer, value);
-        return control.Encode();
-    }
-    static int decode(ASN1BERDecodeBuffer& buffer, T& value) {
-        C control(buffer, value);
-        return control.Decode();
-    }
-};
-
-} // namespace Velmor::ASN1
-
 namespace Velmor::Codec {
 
-// Throws E_INVALIDARG for a blob without bytes (size 0 or no data pointer).
-void RequireNonEmpty(const CBlob& encoded);
+// ---- Context memory of the converters
 
-// Throws CRYPT_E_ASN1_INTERNAL when status is negative (a failed encode or decode). The
-// runtime's own status is never passed on.
-void ThrowIfFailed(int status);
+// Throws E_INVALIDARG when buffer has no input (size 0 or no data pointer).
+void RequireInput(const ASN1BERDecodeBuffer& buffer);
 
 // context memory of size bytes, zero-filled; throws CRYPT_E_ASN1_MEMORY when the context
 // has none left.
@@ -60,29 +41,97 @@ const ASN1OCTET* CopyBytes(ASN1CTXT* ctxt, const void* data, std::size_t size);
 // Throws CRYPT_E_ASN1_MEMORY when a deep copy into a context failed (negative status).
 void ThrowIfCopyFailed(int status);
 
-// The finished encoding of buffer as a new blob of exactly status octets. A status that is
-// not above zero throws CRYPT_E_ASN1_INTERNAL.
-CBlob TakeEncoding(const ASN1BEREncodeBuffer& buffer, int status);
+// ---- The codec entry point
 
-// The DER encoding of one structure, through its control class.
-template <class T> CBlob EncodeToBlob(const T& value) {
-    ASN1BEREncodeBuffer buffer;
+// The runtime status of one encode or decode of a T: a length (encode), 0 (decode) or a
+// negative status. Never throws.
+template <class T> int EncodeStatus(ASN1BEREncodeBuffer& buffer, const T& value) {
     ASN1CTypeT<T> control(buffer, const_cast<T&>(value));
-    return TakeEncoding(buffer, control.Encode());
+    return control.Encode();
+}
+template <class T> int DecodeStatus(ASN1BERDecodeBuffer& buffer, T& value) {
+    ASN1CTypeT<T> control(buffer, value);
+    return control.Decode();
 }
 
-// Decodes der (one whole value, nothing after it) into a scratch buffer, then deep-copies
-// the result into ctxt with copy(ctxt, from, to), so that it outlives der. Throws
-// CRYPT_E_ASN1_INTERNAL for bytes that are not a T, CRYPT_E_ASN1_MEMORY when ctxt is full.
+// Where this thread's last failed encode or decode stopped: the runtime's status, the
+// input offset (decoding) and the runtime's text naming the element. Kept for diagnostics;
+// the exception itself carries only CRYPT_E_ASN1_INTERNAL.
+struct Failure {
+    int status = ASN_OK;
+    std::size_t offset = 0;
+    char detail[sizeof(ASN1CTXT::errText)] = {};
+};
+const Failure& LastFailure() noexcept;
+
+// Records buffer's failure (or status, when the buffer recorded none) as this thread's last
+// failure and throws CRYPT_E_ASN1_INTERNAL.
+[[noreturn]] void ThrowFailure(const ASN1MessageBuffer& buffer, int status);
+
+// How a decode treats empty input: a message's decode refuses it as a bad argument
+// (E_INVALIDARG); a converter lets the runtime call it malformed (CRYPT_E_ASN1_INTERNAL).
+enum class OnEmpty { InvalidArgument, Malformed };
+
+// Decodes the whole input of buffer (nothing may follow it) as one T, whose views point into
+// that input and into buffer's arena. Throws E_INVALIDARG for empty input when onEmpty says
+// so, and CRYPT_E_ASN1_INTERNAL for bytes that are not a T.
+template <class T>
+void Decode(ASN1BERDecodeBuffer& buffer, T& value, OnEmpty onEmpty = OnEmpty::Malformed) {
+    if (onEmpty == OnEmpty::InvalidArgument) {
+        RequireInput(buffer);
+    }
+    const int status = DecodeStatus(buffer, value);
+    if (status < 0) {
+        ThrowFailure(buffer, status);
+    }
+}
+
+// The DER of value as a new blob. value's views may point into buffer's arena. Throws
+// CRYPT_E_ASN1_INTERNAL when the encoder fails (or, for a message, writes nothing).
+template <class T> CBlob Encode(ASN1BEREncodeBuffer& buffer, const T& value) {
+    const int status = EncodeStatus(buffer, value);
+    if (status <= 0) {
+        ThrowFailure(buffer, status);
+    }
+    return CBlob(buffer.getMsgPtr(), static_cast<unsigned long>(status));
+}
+
+// The same for a structure that needs no context memory of its own.
+template <class T> CBlob Encode(const T& value) {
+    ASN1BEREncodeBuffer buffer;
+    return Encode(buffer, value);
+}
+
+// Decodes der as one T and deep-copies it into ctxt with copy(ctxt, from, to), so that it
+// outlives der. Throws as Decode does, and CRYPT_E_ASN1_MEMORY when ctxt is full.
 template <class T, class Copy>
-void DecodeInto(ASN1CTXT* ctxt, const CBlob& der, T& out, Copy&& copy) {
+void DecodeInto(ASN1CTXT* ctxt, const CBlob& der, T& out, Copy&& copy,
+                OnEmpty onEmpty = OnEmpty::Malformed) {
     ASN1BERDecodeBuffer buffer(der.pbData(), der.cbData());
     T scratch{};
-    ASN1CTypeT<T> control(buffer, scratch);
-    ThrowIfFailed(control.Decode());
+    Decode(buffer, scratch, onEmpty);
     ThrowIfCopyFailed(copy(ctxt, scratch, out));
 }
 
 } // namespace Velmor::Codec
+
+namespace Velmor::ASN1 {
+
+// The exported frame: runs C (an ASN1C_ control class) over a buffer and a structure and
+// passes its status on unchanged, a length or 0 on success, a negative runtime status on
+// failure. It never throws; Codec::Encode and Codec::Decode are the throwing form.
+template <class T, class C> class CCodeClassT {
+  public:
+    static int encode(ASN1BEREncodeBuffer& buffer, T& value) {
+        C control(buffer, value);
+        return control.Encode();
+    }
+    static int decode(ASN1BERDecodeBuffer& buffer, T& value) {
+        C control(buffer, value);
+        return control.Decode();
+    }
+};
+
+} // namespace Velmor::ASN1
 
 #endif

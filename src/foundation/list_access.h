@@ -6,6 +6,7 @@
 
 #include <list>
 #include <pki/ocsp/dll_list.h>
+#include <stdexcept>
 
 namespace Velmor::Detail {
 
@@ -18,6 +19,16 @@ template <class T> std::list<T>& UnderlyingList(CDllList<T>& list) noexcept {
         }
     };
     return *static_cast<std::list<T>*>(Access::Of(list));
+}
+
+// Moves every element of from to the front of to, in order, without copying. Throws
+// std::length_error, moving nothing, when to would pass its largest size.
+template <class T> void MoveToFront(CDllList<T>& to, CDllList<T>& from) {
+    if (from.size() > to.max_size() - to.size()) {
+        throw std::length_error("list<T> too long");
+    }
+    std::list<T>& target = UnderlyingList(to);
+    target.splice(target.begin(), UnderlyingList(from));
 }
 
 } // namespace Velmor::Detail

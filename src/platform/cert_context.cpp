@@ -1,6 +1,7 @@
 // Certificate contexts, parsed by the library's own Certificate decoder so that every blob
 // of CERT_INFO is the certificate's own bytes; and the comparison of encoded Names.
 #include "asn1/pkix_types.h"
+#include "foundation/codec_frame.h"
 #include "foundation/oid_text.h"
 #include "platform/crypt_support.h"
 
@@ -91,14 +92,10 @@ void SetBits(CertificateRecord& record, const ASN1TDynBitStr& from, CRYPT_BIT_BL
     to = {size, Keep(record, from.data, size), size * 8 - from.numbits};
 }
 
-// The serial number's contents octets (the decoder's "0x" + hex text) in reverse order.
-void SetSerialNumber(CertificateRecord& record, const char* hexText) {
-    const auto digit = [](char c) { return c <= '9' ? c - '0' : c - 'a' + 10; };
+// The serial number's contents octets in reverse order.
+void SetSerialNumber(CertificateRecord& record, const ASN1TDynBigInt& serial) {
     std::vector<BYTE>& bytes = record.serialNumber;
-    bytes.reserve(std::strlen(hexText) / 2);
-    for (const char* p = hexText + 2; p[0] != '\0' && p[1] != '\0'; p += 2) {
-        bytes.push_back(static_cast<BYTE>(digit(p[0]) << 4 | digit(p[1])));
-    }
+    bytes.assign(serial.data, serial.data + serial.numocts);
     std::reverse(bytes.begin(), bytes.end());
     record.info.SerialNumber = {static_cast<DWORD>(bytes.size()), bytes.data()};
 }
@@ -219,8 +216,7 @@ PCCERT_CONTEXT CertCreateCertificateContext(DWORD encodingType, const BYTE* enco
     }
     ASN1BERDecodeBuffer buffer(record->encoded.data(), record->encoded.size());
     ASN1T_Certificate certificate;
-    ASN1C_Certificate control(buffer, certificate);
-    const int status = control.Decode();
+    const int status = Codec::DecodeStatus(buffer, certificate);
     const DWORD error = status < 0
                             ? DecodeError(status)
                             : SetInfo(*record, certificate.tbsCertificate, buffer.getCtxtPtr());

@@ -2,113 +2,45 @@
 // request_signing.cpp.
 #include <pki/ocsp/request_message.h>
 
-#include "request/request_message_data.h"
-
+#include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
+#include "request/request_traits.h"
 
-#include <list>
-#include <pki/ocsp/atl_exception.h>
-#include <stdexcept>
+#include <memory>
 
 namespace Velmor::PKI::OCSP {
 
 using namespace Velmor::ASN1;
-using namespace Velmor::Win32;
-
-namespace {
-
-// Appends one Certificate structure per blob to certs, each decoded from its blob and copied
-// into ctxt.
-void SetCertificates(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& certs, const CBlobList& blobs) {
-    for (const CBlob& blob : blobs) {
-        Codec::DecodeInto(ctxt, blob, Codec::AppendNew<ASN1T_Certificate>(ctxt, certs),
-                          asn1Copy_Certificate);
-    }
-}
-
-// Moves the entries of from to the end of to, the list's length limit checked first.
-void AppendEntries(CSingleRequestList& to, std::list<CSingleRequest>& from) {
-    if (from.size() > to.max_size() - to.size()) {
-        throw std::length_error("list<T> too long");
-    }
-    std::list<CSingleRequest>& target = Detail::UnderlyingList(to);
-    target.splice(target.end(), from);
-}
-
-} // namespace
+using Detail::CopyOf;
+using Detail::Records;
 
 CRequestMessage::Data::Data(const Data& other)
     : version(other.version), requestList(other.requestList),
       requestorName(CopyOf(other.requestorName.get())),
-      requestExtensions(CopyOf(other.requestExtensions.get())),
-      signatureAlgorithm(CopyOf(other.signatureAlgorithm.get())),
-      signature(CopyOf(other.signature.get())), certs(CopyOf(other.certs.get())) {
-    // signedBytes stays empty: a copy is verified over a fresh encoding of its tbsRequest.
-}
-
-void CRequestMessage::Data::FillTbsRequest(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out) const {
-    ASN1T_TBSRequest& tbs = out.tbsRequest;
-    if (version != v1) {
-        tbs.m.versionPresent = 1;
-        tbs.version = version;
-    }
-    for (const CSingleRequest& request : requestList) {
-        ASN1T_Request_set(ctxt, Codec::AppendNew<ASN1T_Request>(ctxt, tbs.requestList), request);
-    }
-    if (requestorName) {
-        CGeneralName name;
-        name.put_directoryName(*requestorName);
-        ASN1T_GeneralName_traits::set(ctxt, tbs.requestorName, name);
-        tbs.m.requestorNamePresent = 1;
-    }
-    if (requestExtensions && !requestExtensions->empty()) {
-        tbs.m.requestExtensionsPresent = 1;
-        ASN1T_Extensions_traits::set(ctxt, tbs.requestExtensions, *requestExtensions);
-    }
-    if (!signature || signature->cbData() == 0) {
-        return; // no signature, and so no certificates either
-    }
-    if (!signatureAlgorithm) {
-        ATL::AtlThrow(CRYPT_E_BAD_MSG);
-    }
-    out.m.optionalSignaturePresent = 1;
-    ASN1T_Signature& sig = out.optionalSignature;
-    ASN1TDynBitStr_traits::set(ctxt, sig.signature, *signature);
-    sig.signatureAlgorithm = ASN1T_AlgorithmIdentifier_set(
-        ctxt, signatureAlgorithm->get_algorithm(), &signatureAlgorithm->get_parameters());
-    if (certs && !certs->empty()) {
-        sig.m.certsPresent = 1;
-        SetCertificates(ctxt, sig.certs, *certs);
-    }
-}
+      requestExtensions(CopyOf(other.requestExtensions.get())), signedPart(other.signedPart),
+      certs(CopyOf(other.certs.get())) {}
 
 CBlob CRequestMessage::Data::EncodeTbsRequest() const {
     ASN1BEREncodeBuffer buffer;
     ASN1T_OCSPRequest message;
-    FillTbsRequest(buffer.getCtxtPtr(), message);
-    ASN1C_TBSRequest control(buffer, message.tbsRequest);
-    return Codec::TakeEncoding(buffer, control.Encode());
+    ASN1T_OCSPRequest_traits::set(buffer.getCtxtPtr(), message, *this);
+    return Codec::Encode(buffer, message.tbsRequest);
 }
 
-CRequestMessage::CRequestMessage() : m_data(new Data()) {}
+CRequestMessage::CRequestMessage() { Records::Make(*this); }
 
-CRequestMessage::CRequestMessage(const CRequestMessage& other) : m_data(new Data(*other.m_data)) {}
+CRequestMessage::CRequestMessage(const CRequestMessage& other) {
+    Records::Make(*this, *other.m_data);
+}
 
 CRequestMessage& CRequestMessage::operator=(const CRequestMessage& other) {
-    if (this != &other) {
-        Data* copy = new Data(*other.m_data);
-        clear();
-        m_data = copy;
-    }
+    Records::Assign(*this, other);
     return *this;
 }
 
 CRequestMessage::~CRequestMessage() { clear(); }
 
-void CRequestMessage::clear() {
-    delete m_data;
-    m_data = nullptr;
-}
+void CRequestMessage::clear() { Records::Destroy(*this); }
 
 Version CRequestMessage::get_version() const { return m_data->version; }
 
@@ -139,10 +71,10 @@ void CRequestMessage::put_requestExtensions(const CExtensions* requestExtensions
     m_data->requestExtensions = CopyOf(requestExtensions);
 }
 
-const CBlob* CRequestMessage::get_signature() const { return m_data->signature.get(); }
+const CBlob* CRequestMessage::get_signature() const { return m_data->signedPart.signature.get(); }
 
 const CAlgorithmIdentifierEx* CRequestMessage::get_signatureAlgorithm() const {
-    return m_data->signatureAlgorithm.get();
+    return m_data->signedPart.algorithm.get();
 }
 
 const CBlobList* CRequestMessage::get_signatureCerts() const { return m_data->certs.get(); }
@@ -150,32 +82,20 @@ const CBlobList* CRequestMessage::get_signatureCerts() const { return m_data->ce
 CBlob CRequestMessage::encode() const {
     ASN1BEREncodeBuffer buffer;
     ASN1T_OCSPRequest message;
-    m_data->FillTbsRequest(buffer.getCtxtPtr(), message);
-    ASN1C_OCSPRequest control(buffer, message);
-    return Codec::TakeEncoding(buffer, control.Encode());
-}
-
-void CRequestMessage::Data::Adopt(DecodedRequest& decoded) {
-    AppendEntries(requestList, decoded.entries);
-    version = decoded.version;
-    requestorName = std::move(decoded.requestorName);
-    requestExtensions = std::move(decoded.requestExtensions);
-    signatureAlgorithm = std::move(decoded.signatureAlgorithm);
-    signature = std::move(decoded.signature);
-    certs = std::move(decoded.certs);
-    signedBytes = std::move(decoded.signedBytes);
+    ASN1T_OCSPRequest_traits::set(buffer.getCtxtPtr(), message, *m_data);
+    return Codec::Encode(buffer, message);
 }
 
 void CRequestMessage::decode(const CBlob& encoded) {
-    Codec::RequireNonEmpty(encoded);
-    // Everything is converted aside; the object changes only once nothing can fail but
-    // the append of the decoded entries, which leaves the list as it was when it throws.
-    DecodedRequest decoded;
-    if (!ReadDerRequest(encoded, decoded)) {
-        decoded = DecodedRequest();
-        ReadBerRequest(encoded, decoded);
-    }
-    m_data->Adopt(decoded);
+    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
+    ASN1T_OCSPRequest message;
+    Codec::Decode(buffer, message, Codec::OnEmpty::InvalidArgument);
+    // The fields go into a fresh record, which then takes the entries held so far in front
+    // of the decoded ones: the object changes only once everything converted.
+    auto decoded = std::make_unique<Data>();
+    ASN1T_OCSPRequest_traits::get(message, *decoded);
+    Detail::MoveToFront(decoded->requestList, m_data->requestList);
+    Records::Replace(*this, std::move(decoded));
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -1,18 +1,36 @@
 // CRequestMessage::sign and verify: the signature over the DER of tbsRequest.
-#include "certid/message_signature.h"
-#include "request/request_message_data.h"
+#include "request/request_traits.h"
+
+#include "platform/crypt_api.h"
 
 #include <pki/ocsp/atl_exception.h>
 
 namespace Velmor::PKI::OCSP {
 
+using namespace Velmor::Win32;
+
+namespace {
+
+// The hash of a signature algorithm, as CryptoAPI's OID table gives it; CRYPT_E_NOT_FOUND
+// for an OID that is not a signature algorithm.
+ALG_ID SignatureHashAlgId(const char* oid) {
+    PCCRYPT_OID_INFO info =
+        CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, oid, CRYPT_SIGN_ALG_OID_GROUP_ID);
+    if (info == nullptr) {
+        ATL::AtlThrow(CRYPT_E_NOT_FOUND);
+    }
+    return info->Algid;
+}
+
+} // namespace
+
 void CRequestMessage::sign(std::uint64_t provider, unsigned long keySpec,
                            const ASN1::CAlgorithmIdentifierEx& algorithm, const CBlobList* certs) {
     // Always a fresh encoding: the octets a decoded request arrived in are kept for verify
     // only.
-    const CBlob signature = SignData(provider, keySpec, algorithm, m_data->EncodeTbsRequest());
-    m_data->signatureAlgorithm = std::make_unique<ASN1::CAlgorithmIdentifierEx>(algorithm);
-    m_data->signature = std::make_unique<CBlob>(signature);
+    const CBlob tbs = m_data->EncodeTbsRequest();
+    const ALG_ID hashAlgId = SignatureHashAlgId(algorithm.get_algorithm());
+    m_data->signedPart.Sign(provider, keySpec, algorithm, hashAlgId, tbs);
     // Without a new list the certificates stored before stay.
     if (certs != nullptr) {
         m_data->certs = std::make_unique<CBlobList>(*certs);
@@ -20,14 +38,11 @@ void CRequestMessage::sign(std::uint64_t provider, unsigned long keySpec,
 }
 
 bool CRequestMessage::verify(const CBlob& signerCertificate) const {
-    if (!m_data->signature || !m_data->signatureAlgorithm) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+    const SignedPart& part = m_data->signedPart;
+    if (!part.signature || !part.algorithm) {
+        ATL::AtlThrow(E_INVALIDARG);
     }
-    // A decoded request is checked over the octets it arrived in, so that a BER tbsRequest
-    // verifies; a request built or copied here over a fresh encoding.
-    const CBlob& received = m_data->signedBytes;
-    return VerifyData(signerCertificate, *m_data->signatureAlgorithm, *m_data->signature,
-                      received.cbData() != 0 ? received : m_data->EncodeTbsRequest());
+    return part.Verify(signerCertificate, [&] { return m_data->EncodeTbsRequest(); });
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -1,31 +1,63 @@
-// Conversions between the request classes and their ASN.1 structures.
+// Converters between the request classes and their ASN.1 structures, and the private records
+// they fill.
 #ifndef VELMOR_SRC_REQUEST_REQUEST_TRAITS_H
 #define VELMOR_SRC_REQUEST_REQUEST_TRAITS_H
 
 #include "asn1/ocsp_types.h"
-#include "certid/cert_id_traits.h"
-#include "foundation/asn1_traits.h"
-#include "foundation/codec_frame.h"
+#include "foundation/value_record.h"
+#include "message/signed_part.h"
 
-#include <list>
 #include <memory>
+#include <pki/ocsp/extensions.h>
+#include <pki/ocsp/request_message.h>
 #include <pki/ocsp/single_request.h>
 
 namespace Velmor::PKI::OCSP {
 
-// An owned copy of an optional field: null stays null.
-template <class T> std::unique_ptr<T> CopyOf(const T* value) {
-    return value != nullptr ? std::make_unique<T>(*value) : nullptr;
-}
+struct CSingleRequest::Data {
+    CReqCert reqCert;
+    std::unique_ptr<ASN1::CExtensions> singleRequestExtensions;
 
-// Fills a zeroed Request structure for one entry in ctxt memory (CRYPT_E_ASN1_MEMORY when
-// it runs out).
-void ASN1T_Request_set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& request);
-// Appends the entry of a decoded Request to list, without copying it, and returns it.
-CSingleRequest& ASN1T_Request_append(const ASN1T_Request& in, std::list<CSingleRequest>& list);
-// Reads one Request from strict DER and appends its entry to list; false (list may have
-// grown) for anything the DER fast path leaves to the BER decoder.
-bool ReadDerRequestEntry(Asn1Rt::DerCursor& in, std::list<CSingleRequest>& list);
+    Data() = default;
+    explicit Data(const CReqCert& cert) : reqCert(cert) {}
+    explicit Data(CReqCert&& cert) noexcept : reqCert(std::move(cert)) {}
+    Data(const Data& other)
+        : reqCert(other.reqCert),
+          singleRequestExtensions(Detail::CopyOf(other.singleRequestExtensions.get())) {}
+};
+
+struct CRequestMessage::Data {
+    Version version = v1;
+    CSingleRequestList requestList;
+    std::unique_ptr<CBlob> requestorName;
+    std::unique_ptr<ASN1::CExtensions> requestExtensions;
+    // The signature, its algorithm and the tbsRequest as received.
+    SignedPart signedPart;
+    std::unique_ptr<CBlobList> certs;
+
+    Data() = default;
+    // Every field but the received tbsRequest (see SignedPart).
+    Data(const Data& other);
+
+    // The DER of tbsRequest alone: the octets that are signed.
+    CBlob EncodeTbsRequest() const;
+};
+
+// One entry of the requestList.
+struct ASN1T_Request_traits {
+    static void set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& value);
+    // Replaces value's reference and extensions with the decoded ones.
+    static void get(const ASN1T_Request& in, CSingleRequest& value);
+};
+
+// The whole request. set fills tbsRequest and, when there is a signature, the
+// optionalSignature (CRYPT_E_BAD_MSG for a signature without algorithm). get replaces every
+// field of value but the entries, which it appends to value's list.
+struct ASN1T_OCSPRequest_traits {
+    using Record = Detail::Records::Record<CRequestMessage>;
+    static void set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const Record& value);
+    static void get(const ASN1T_OCSPRequest& in, Record& value);
+};
 
 } // namespace Velmor::PKI::OCSP
 

@@ -34,9 +34,9 @@ const ProviderAlgorithm kSha256[] = {{CALG_SHA_256, 256, 256, 256, 0, "SHA-256",
 class ScopedProviderTable {
   public:
     explicit ScopedProviderTable(const ProviderTable& table) : table_(table) {
-        Detail::SetProviderTableForTesting(&table_);
+        Win32::Detail::SetProviderTableForTesting(&table_);
     }
-    ~ScopedProviderTable() { Detail::SetProviderTableForTesting(nullptr); }
+    ~ScopedProviderTable() { Win32::Detail::SetProviderTableForTesting(nullptr); }
 
   private:
     const ProviderTable table_;

@@ -42,7 +42,7 @@ CBlob Fixture(const char* path) { return CBlob(ReadData(path)); }
 std::string EncodedHex(const CReqCert& value) {
     ASN1BEREncodeBuffer arena;
     ASN1T_ReqCert structure{};
-    ASN1T_ReqCert_set(arena.getCtxtPtr(), structure, value);
+    ASN1T_ReqCert_traits::set(arena.getCtxtPtr(), structure, value);
     return EncodeHex(structure);
 }
 
@@ -50,7 +50,7 @@ std::string EncodedHex(const CReqCert& value) {
 void ReadInto(const Bytes& der, CReqCert& value) {
     Decoded<ASN1T_ReqCert> decoded(der);
     ASSERT_EQ(decoded.status, 0) << decoded.buffer.getErrorText();
-    ASN1T_ReqCert_get(decoded.value, value);
+    ASN1T_ReqCert_traits::get(decoded.value, value);
 }
 
 TEST(ReqCertChoice, CertIdIsWrittenUntaggedAndReadBack) {
@@ -84,20 +84,22 @@ TEST(ReqCertChoice, OnlyAttributeCertificatesCanBeWrittenWhole) {
     const Bytes attribute = AttributeCertificate();
     ASN1BEREncodeBuffer arena;
     ASN1T_ReqCert out{};
-    EXPECT_HRESULT_THROW(ASN1T_ReqCert_set(arena.getCtxtPtr(), out,
-                                           CReqCert(CReqCert::certificate, CBlob(certificate))),
-                         E_INVALIDARG);
-    EXPECT_HRESULT_THROW(ASN1T_ReqCert_set(arena.getCtxtPtr(), out,
-                                           CReqCert(CReqCert::certificate, CBlob(attribute))),
+    EXPECT_HRESULT_THROW(
+        ASN1T_ReqCert_traits::set(arena.getCtxtPtr(), out,
+                                  CReqCert(CReqCert::certificate, CBlob(certificate))),
+        E_INVALIDARG);
+    EXPECT_HRESULT_THROW(
+        ASN1T_ReqCert_traits::set(arena.getCtxtPtr(), out,
+                                  CReqCert(CReqCert::certificate, CBlob(attribute))),
+        CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(
+        ASN1T_ReqCert_traits::set(arena.getCtxtPtr(), out,
+                                  CReqCert(CReqCert::attributeCertificate, CBlob(certificate))),
+        CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1T_ReqCert_traits::set(
+                             arena.getCtxtPtr(), out,
+                             CReqCert(CReqCert::certificate, CBlob(Bytes{0xde, 0xad, 0xbe, 0xef}))),
                          CRYPT_E_ASN1_INTERNAL);
-    EXPECT_HRESULT_THROW(
-        ASN1T_ReqCert_set(arena.getCtxtPtr(), out,
-                          CReqCert(CReqCert::attributeCertificate, CBlob(certificate))),
-        CRYPT_E_ASN1_INTERNAL);
-    EXPECT_HRESULT_THROW(
-        ASN1T_ReqCert_set(arena.getCtxtPtr(), out,
-                          CReqCert(CReqCert::certificate, CBlob(Bytes{0xde, 0xad, 0xbe, 0xef}))),
-        CRYPT_E_ASN1_INTERNAL);
 
     EXPECT_EQ(EncodedHex(CReqCert(CReqCert::attributeCertificate, CBlob(attribute))),
               ToHex(Tlv(0xA0, Tlv(0xA1, attribute))));
@@ -130,17 +132,17 @@ TEST(ReqCertChoice, UnknownAlternativesLeaveTheReferenceAsItWas) {
     const CCertIdWithSignature* held = value.get_certIdWithSignature();
 
     ASN1T_ReqCert unset{};
-    ASN1T_ReqCert_get(unset, value);
+    ASN1T_ReqCert_traits::get(unset, value);
     ASN1T_ReqCert unknown{};
     unknown.t = 9;
-    ASN1T_ReqCert_get(unknown, value);
+    ASN1T_ReqCert_traits::get(unknown, value);
     EXPECT_EQ(value.get_certIdWithSignature(), held);
 
     ASN1T_FullCertificate emptyChoice{};
     ASN1T_ReqCert full{};
     full.t = T_ReqCert_fullCertificate;
     full.u.fullCertificate = &emptyChoice;
-    EXPECT_HRESULT_THROW(ASN1T_ReqCert_get(full, value), CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(ASN1T_ReqCert_traits::get(full, value), CRYPT_E_ASN1_INTERNAL);
     EXPECT_EQ(value.get_certIdWithSignature(), held);
     ASSERT_NE(held, nullptr);
     EXPECT_EQ(*held, id);

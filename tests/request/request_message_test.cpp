@@ -4,7 +4,8 @@
 #include <pki/ocsp/crypt_provider.h>
 #include <pki/ocsp/request_message.h>
 
-#include "request/request_message_data.h"
+#include "asn1/asn1_runtime.h"
+#include "request/request_traits.h"
 #include "support/test_support.h"
 
 using namespace Velmor;
@@ -167,17 +168,33 @@ TEST(CRequestMessage, FailedDecodeLeavesTheObjectAsItWas) {
 }
 
 TEST(CRequestMessage, SignatureWithoutAlgorithmCannotBeEncoded) {
-    // Only decode and sign set the signature, always with its algorithm; the record itself
-    // refuses the inconsistent state.
-    CRequestMessage::Data data;
-    data.signature = std::make_unique<CBlob>(Hex("01"));
-    EXPECT_HRESULT_THROW(data.EncodeTbsRequest(), CRYPT_E_BAD_MSG);
-    // An empty signature suppresses the whole optionalSignature, certificates included.
-    data.signature = std::make_unique<CBlob>();
-    data.certs = std::make_unique<CBlobList>();
-    data.certs->push_back(Hex("00"));
-    EXPECT_EQ(HexOf(data.EncodeTbsRequest()), "3002"
-                                              "3000");
+    // Only decode and sign set the signature, always with its algorithm; the converter
+    // itself refuses the inconsistent state.
+    Detail::Records::Record<CRequestMessage> record;
+    record.signedPart.signature = std::make_unique<CBlob>(Hex("01"));
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_OCSPRequest message;
+    EXPECT_HRESULT_THROW(ASN1T_OCSPRequest_traits::set(buffer.getCtxtPtr(), message, record),
+                         CRYPT_E_BAD_MSG);
+}
+
+TEST(CRequestMessage, EmptySignatureIsNotWrittenNorItsCertificates) {
+    // A received request whose signature BIT STRING is empty, with one certificate.
+    using velmor_test::Cat;
+    using velmor_test::FromHex;
+    using velmor_test::Tlv;
+    const velmor_test::Bytes signature =
+        Tlv(0x30, Cat({FromHex("300d06092a864886f70d01010b0500"), FromHex("030100"),
+                       Tlv(0xA0, Tlv(0x30, ReadData("pki/rsa/client.der")))}));
+    const velmor_test::Bytes der = Tlv(0x30, Cat({FromHex("30023000"), Tlv(0xA0, signature)}));
+    CRequestMessage request;
+    request.decode(CBlob(der));
+    ASSERT_NE(request.get_signature(), nullptr);
+    EXPECT_EQ(request.get_signature()->cbData(), 0u);
+    ASSERT_NE(request.get_signatureCerts(), nullptr);
+    EXPECT_EQ(request.get_signatureCerts()->size(), 1u);
+    EXPECT_EQ(HexOf(request.encode()), "3004"
+                                       "30023000");
 }
 
 TEST(CRequestMessage, SignAndVerifyWithBothKeyTypes) {

@@ -37,6 +37,7 @@ template <class T> std::string EncodeHex(const T& value) {
 inline std::string Hex(const ASN1OpenType& v) { return ToHex(v.data, v.numocts); }
 inline std::string Hex(const ASN1TDynOctStr& v) { return ToHex(v.data, v.numocts); }
 inline std::string Hex(const ASN1OBJID& v) { return ToHex(v.data, v.numocts); }
+inline std::string Hex(const ASN1TDynBigInt& v) { return ToHex(v.data, v.numocts); }
 
 // The elements of a decoded list, in order.
 template <class T> std::vector<const T*> Elements(const OSRTDList& list) {
@@ -47,10 +48,10 @@ template <class T> std::vector<const T*> Elements(const OSRTDList& list) {
     return out;
 }
 
-// A decoded INTEGER's "0x" text as openssl and Python print a serial: upper case, without
-// the octets that only carry the sign.
-inline std::string PrintedSerial(const char* text) {
-    std::string hex = std::string(text).substr(2);
+// A decoded INTEGER as openssl and Python print a serial: upper-case hex, without the octets
+// that only carry the sign.
+inline std::string PrintedSerial(const ASN1TDynBigInt& value) {
+    std::string hex = Hex(value);
     while (hex.size() > 2 && hex.compare(0, 2, "00") == 0) {
         hex.erase(0, 2);
     }

@@ -10,4 +10,10 @@
 // functions and explicit template instantiations that it exports.
 #define VELMOR_OCSP_API __attribute__((visibility("default")))
 
+// The library's own access to the private record of its value classes (never defined
+// outside the library).
+namespace Velmor::Detail {
+struct Records;
+}
+
 #endif

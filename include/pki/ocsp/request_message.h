@@ -62,9 +62,9 @@ class VELMOR_OCSP_API CRequestMessage {
     // received. Throws E_INVALIDARG for a request without signature.
     bool verify(const CBlob& signerCertificate) const;
 
-    struct Data;
-
   private:
+    friend struct Detail::Records;
+    struct Data;
     void clear();
 
     Data* m_data;

@@ -48,6 +48,7 @@ class VELMOR_OCSP_API CResponseMessage {
     void decode(const CBlob& encoded);
 
   private:
+    friend struct Detail::Records;
     struct Data;
     Data* m_data;
 };

@@ -29,9 +29,9 @@ class VELMOR_OCSP_API CSingleRequest {
     // but not written.
     void put_singleRequestExtensions(const ASN1::CExtensions* extensions);
 
-    struct Data;
-
   private:
+    friend struct Detail::Records;
+    struct Data;
     void clear();
 
     Data* m_data;

@@ -1,9 +1,10 @@
 // Message signatures through CryptoAPI. CryptoAPI gives and takes signatures little-endian;
 // the BIT STRINGs of the messages hold them big-endian, so they are reversed on the way.
-#include "certid/message_signature.h"
+#include "message/signed_part.h"
 
 #include "certid/algorithm_lookup.h"
 #include "certid/crypt_calls.h"
+#include "foundation/value_record.h"
 #include "platform/crypt_raii.h"
 
 #include <pki/ocsp/atl_exception.h>
@@ -14,16 +15,6 @@ namespace Velmor::PKI::OCSP {
 using namespace Velmor::Win32;
 
 namespace {
-
-// The hash of a signature algorithm, as CryptoAPI's OID table gives it.
-ALG_ID SignatureHashAlgId(const char* oid) {
-    PCCRYPT_OID_INFO info =
-        CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, oid, CRYPT_SIGN_ALG_OID_GROUP_ID);
-    if (info == nullptr) {
-        ATL::AtlThrow(CRYPT_E_NOT_FOUND);
-    }
-    return info->Algid;
-}
 
 void HashInto(CScopedHash& hash, HCRYPTPROV provider, ALG_ID algId, const CBlob& data) {
     CheckWin32(CryptCreateHash(provider, algId, 0, 0, hash.put()));
@@ -38,9 +29,13 @@ CBlob SignHash(HCRYPTHASH hash, DWORD keySpec) {
 
 } // namespace
 
-CBlob SignData(std::uint64_t provider, unsigned long keySpec,
-               const ASN1::CAlgorithmIdentifierEx& algorithm, const CBlob& data) {
-    const ALG_ID hashAlgId = SignatureHashAlgId(algorithm.get_algorithm());
+SignedPart::SignedPart(const SignedPart& other)
+    : algorithm(Detail::CopyOf(other.algorithm.get())),
+      signature(Detail::CopyOf(other.signature.get())) {}
+
+void SignedPart::Sign(std::uint64_t provider, unsigned long keySpec,
+                      const ASN1::CAlgorithmIdentifierEx& newAlgorithm, ALG_ID hashAlgId,
+                      const CBlob& tbs) {
     // Our own reference to the caller's provider for the time of the call. A failure to
     // take it is not reported: the hash creation below reports a bad handle.
     CScopedProvider reference;
@@ -48,17 +43,19 @@ CBlob SignData(std::uint64_t provider, unsigned long keySpec,
         reference.reset(provider);
     }
     CScopedHash hash;
-    HashInto(hash, provider, hashAlgId, data);
-    CBlob signature = SignHash(hash.get(), keySpec);
-    signature.reverse();
+    HashInto(hash, provider, hashAlgId, tbs);
+    CBlob value = SignHash(hash.get(), keySpec);
+    value.reverse();
     if (reference) {
         CheckWin32(CryptReleaseContext(reference.detach(), 0));
     }
-    return signature;
+    auto storedAlgorithm = std::make_unique<ASN1::CAlgorithmIdentifierEx>(newAlgorithm);
+    auto storedSignature = std::make_unique<CBlob>(std::move(value));
+    algorithm = std::move(storedAlgorithm);
+    signature = std::move(storedSignature);
 }
 
-bool VerifyData(const CBlob& signerCertificate, const ASN1::CAlgorithmIdentifierEx& algorithm,
-                const CBlob& signature, const CBlob& data) {
+bool SignedPart::VerifyData(const CBlob& signerCertificate, const CBlob& data) const {
     const CScopedCertContext certificate(ParseCertificate(signerCertificate));
     const CERT_PUBLIC_KEY_INFO& publicKey = certificate.get()->pCertInfo->SubjectPublicKeyInfo;
     const CScopedProvider provider(
@@ -67,8 +64,8 @@ bool VerifyData(const CBlob& signerCertificate, const ASN1::CAlgorithmIdentifier
         ATL::AtlThrowLastWin32();
     }
     CScopedHash hash;
-    HashInto(hash, provider.get(), algorithm.get_algId(), data);
-    CBlob reversed(signature);
+    HashInto(hash, provider.get(), algorithm->get_algId(), data);
+    CBlob reversed(*signature);
     reversed.reverse();
     CScopedKey key;
     CheckWin32(CryptImportPublicKeyInfo(provider.get(), kCertEncoding, &publicKey, key.put()));
