@@ -100,6 +100,20 @@ bool BerReader::parseLength(std::size_t& at, bool constructed, ElementHeader& h)
 
 // Parses the header of the element at 'at' and checks that a definite length fits.
 bool BerReader::parseHeader(std::size_t at, ElementHeader& h) noexcept {
+    // Nearly every element of a message has a one-octet identifier below the high tag form,
+    // other than universal 0, and a short definite length: read that form directly.
+    if (size_ - at >= 2) {
+        const ASN1OCTET id = data_[at];
+        const ASN1OCTET length = data_[at + 1];
+        if ((id & 0x1F) != 0x1F && (id & 0xDF) != 0 && length < 0x80) {
+            h.tag = (static_cast<ASN1TAG>(id & 0xC0) << 24) | ((id & 0x20) != 0 ? TM_CONS : 0) |
+                    (id & 0x1Fu);
+            h.headerLen = 2;
+            h.contentLen = length;
+            h.indefinite = false;
+            return length <= size_ - at - 2 || overrun();
+        }
+    }
     std::size_t p = at;
     if (!parseTag(p, h.tag) || !parseLength(p, (h.tag & TM_CONS) != 0, h)) {
         return false;

@@ -122,19 +122,22 @@ void ASN1TObjId_traits::set(ASN1CTXT* ctxt, ASN1OBJID& out, const char* text) {
 
 namespace {
 
-// The dotted text of a decoded OID; CRYPT_E_ASN1_INTERNAL for contents that are not one.
-std::string OidText(const ASN1OBJID& in) {
-    std::string dotted;
+// The dotted text of a decoded OID, valid until the thread's next call; CRYPT_E_ASN1_INTERNAL
+// for contents that are not one. The text is built in storage the thread keeps, so that the
+// callers, which copy it at once, need no allocation of their own.
+const char* OidText(const ASN1OBJID& in) {
+    thread_local std::string dotted;
+    dotted.clear();
     if (!Velmor::Codec::OidContentsToText(in.data, in.numocts, dotted)) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    return dotted;
+    return dotted.c_str();
 }
 
 } // namespace
 
 void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
-    text = CStringProxy(OidText(in).c_str());
+    text = CStringProxy(OidText(in));
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
@@ -245,7 +248,7 @@ namespace {
 
 // Appends the value of one decoded Extension to items.
 void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
-    items.emplace_back(OidText(in.extnID).c_str(), in.critical,
+    items.emplace_back(OidText(in.extnID), in.critical,
                        BlobOf(in.extnValue.data, in.extnValue.numocts));
 }
 
@@ -254,18 +257,19 @@ void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
 void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value) {
     // value changes only when every extension converted: into an empty list they are built
     // in place (and dropped again on failure), otherwise aside and then exchanged.
-    CExtensions aside;
-    CExtensions& target = value.empty() ? value : aside;
-    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(target);
+    if (!value.empty()) {
+        CExtensions aside;
+        get(in, aside);
+        value.swap(aside);
+        return;
+    }
+    std::list<CExtension>& items = Velmor::Detail::UnderlyingList<CExtension>(value);
     try {
         ForEach<ASN1T_Extension>(
             in, [&](const ASN1T_Extension& element) { AppendExtension(element, items); });
     } catch (...) {
         items.clear();
         throw;
-    }
-    if (&target == &aside) {
-        value.swap(aside);
     }
 }
 
@@ -365,7 +369,7 @@ void ASN1T_AlgorithmIdentifier_traits::set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdenti
 
 void ASN1T_AlgorithmIdentifier_traits::get(const ASN1T_AlgorithmIdentifier& in,
                                            CAlgorithmIdentifier& value) {
-    value.put_algorithm(OidText(in.algorithm).c_str());
+    value.put_algorithm(OidText(in.algorithm));
     value.put_parameters(in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts)
                                                 : CBlob());
 }

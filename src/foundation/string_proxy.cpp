@@ -1,4 +1,5 @@
 // CStringProxy.
+#include <cstring>
 #include <pki/ocsp/string_proxy.h>
 #include <utility>
 
@@ -6,33 +7,77 @@
 
 namespace Velmor {
 
-CStringProxy::CStringProxy() = default;
+CStringProxy::CStringProxy() : m_text(m_inline), m_length(0) { m_inline[0] = '\0'; }
 
-CStringProxy::CStringProxy(const char* text) : m_text(text != nullptr ? text : "") {}
-
-CStringProxy::CStringProxy(const CStringProxy& other) = default;
-
-CStringProxy::CStringProxy(CStringProxy&& other) noexcept : m_text(std::move(other.m_text)) {
-    other.m_text.clear();
+CStringProxy::CStringProxy(const char* text) : CStringProxy() {
+    if (text != nullptr) {
+        assign(text, std::strlen(text));
+    }
 }
 
-CStringProxy& CStringProxy::operator=(const CStringProxy& other) = default;
+CStringProxy::CStringProxy(const CStringProxy& other) : CStringProxy() {
+    assign(other.m_text, other.m_length);
+}
 
-CStringProxy& CStringProxy::operator=(CStringProxy&& other) noexcept {
+CStringProxy::CStringProxy(CStringProxy&& other) noexcept : CStringProxy() {
+    *this = std::move(other);
+}
+
+CStringProxy& CStringProxy::operator=(const CStringProxy& other) {
     if (&other != this) {
-        m_text = std::move(other.m_text);
-        other.m_text.clear();
+        assign(other.m_text, other.m_length);
     }
     return *this;
 }
 
-CStringProxy::~CStringProxy() = default;
+CStringProxy& CStringProxy::operator=(CStringProxy&& other) noexcept {
+    if (&other == this) {
+        return *this;
+    }
+    release();
+    if (other.m_text == other.m_inline) {
+        std::memcpy(m_inline, other.m_inline, other.m_length + 1);
+    } else {
+        m_text = other.m_text; // the heap text changes hands
+    }
+    m_length = other.m_length;
+    other.m_text = other.m_inline;
+    other.m_inline[0] = '\0';
+    other.m_length = 0;
+    return *this;
+}
 
-const char* CStringProxy::c_str() const noexcept { return m_text.c_str(); }
+CStringProxy::~CStringProxy() { release(); }
 
-std::size_t CStringProxy::length() const noexcept { return m_text.length(); }
+// Replaces the text; the new storage is ready before the old is released, so a failed
+// allocation leaves the text as it was.
+void CStringProxy::assign(const char* text, std::size_t length) {
+    if (length < kInline) {
+        release();
+        std::memmove(m_inline, text, length);
+        m_inline[length] = '\0';
+    } else {
+        auto* heap = new char[length + 1];
+        std::memcpy(heap, text, length);
+        heap[length] = '\0';
+        release();
+        m_text = heap;
+    }
+    m_length = length;
+}
 
-CStringProxy::operator std::string_view() const noexcept { return m_text; }
+void CStringProxy::release() noexcept {
+    if (m_text != m_inline) {
+        delete[] m_text;
+        m_text = m_inline;
+    }
+}
+
+const char* CStringProxy::c_str() const noexcept { return m_text; }
+
+std::size_t CStringProxy::length() const noexcept { return m_length; }
+
+CStringProxy::operator std::string_view() const noexcept { return {m_text, m_length}; }
 
 bool operator==(const CStringProxy& a, const CStringProxy& b) noexcept {
     return std::string_view(a) == std::string_view(b);

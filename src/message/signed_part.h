@@ -9,6 +9,7 @@
 #include <pki/ocsp/algorithm_identifier_ex.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/win32.h>
+#include <utility>
 
 namespace Velmor::PKI::OCSP {
 
@@ -24,6 +25,11 @@ struct SignedPart {
     // a fresh encoding.
     SignedPart(const SignedPart& other);
     SignedPart& operator=(const SignedPart&) = delete;
+    void swap(SignedPart& other) noexcept {
+        algorithm.swap(other.algorithm);
+        signature.swap(other.signature);
+        std::swap(received, other.received);
+    }
 
     // Signs tbs with the key keySpec of provider and the hash hashAlgId, then stores a copy
     // of algorithm and the signature. The caller's provider reference is left as it was.

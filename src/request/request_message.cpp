@@ -7,6 +7,7 @@
 #include "request/request_traits.h"
 
 #include <memory>
+#include <utility>
 
 namespace Velmor::PKI::OCSP {
 
@@ -19,6 +20,15 @@ CRequestMessage::Data::Data(const Data& other)
       requestorName(CopyOf(other.requestorName.get())),
       requestExtensions(CopyOf(other.requestExtensions.get())), signedPart(other.signedPart),
       certs(CopyOf(other.certs.get())) {}
+
+void CRequestMessage::Data::swap(Data& other) noexcept {
+    std::swap(version, other.version);
+    requestList.swap(other.requestList);
+    requestorName.swap(other.requestorName);
+    requestExtensions.swap(other.requestExtensions);
+    signedPart.swap(other.signedPart);
+    certs.swap(other.certs);
+}
 
 CBlob CRequestMessage::Data::EncodeTbsRequest() const {
     ASN1BEREncodeBuffer buffer;
@@ -92,10 +102,10 @@ void CRequestMessage::decode(const CBlob& encoded) {
     Codec::Decode(buffer, message, Codec::OnEmpty::InvalidArgument);
     // The fields go into a fresh record, which then takes the entries held so far in front
     // of the decoded ones: the object changes only once everything converted.
-    auto decoded = std::make_unique<Data>();
-    ASN1T_OCSPRequest_traits::get(message, *decoded);
-    Detail::MoveToFront(decoded->requestList, m_data->requestList);
-    Records::Replace(*this, std::move(decoded));
+    Data decoded;
+    ASN1T_OCSPRequest_traits::get(message, decoded);
+    Detail::MoveToFront(decoded.requestList, m_data->requestList);
+    m_data->swap(decoded);
 }
 
 } // namespace Velmor::PKI::OCSP

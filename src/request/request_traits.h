@@ -38,6 +38,8 @@ struct CRequestMessage::Data {
     Data() = default;
     // Every field but the received tbsRequest (see SignedPart).
     Data(const Data& other);
+    // Exchanges every field with other, without allocating.
+    void swap(Data& other) noexcept;
 
     // The DER of tbsRequest alone: the octets that are signed.
     CBlob EncodeTbsRequest() const;

@@ -29,7 +29,15 @@ class VELMOR_OCSP_API CStringProxy {
     operator std::string_view() const noexcept;
 
   private:
-    std::string m_text;
+    // Texts up to kInline - 1 characters (every common OID) are kept inline, without a heap
+    // allocation; longer ones on the heap.
+    static constexpr std::size_t kInline = 32;
+    void assign(const char* text, std::size_t length);
+    void release() noexcept;
+
+    char* m_text;
+    std::size_t m_length;
+    char m_inline[kInline];
 };
 
 // Same text.
