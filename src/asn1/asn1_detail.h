@@ -1,5 +1,4 @@
-// Helpers shared by the runtime's own source files (and the value types' text
-// conversions); not for the type layer.
+// Helpers shared by the runtime's own source files; private to src/asn1.
 #ifndef VELMOR_SRC_ASN1_ASN1_DETAIL_H
 #define VELMOR_SRC_ASN1_ASN1_DETAIL_H
 
@@ -20,14 +19,6 @@ int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within,
 // True for valid OBJECT IDENTIFIER contents: non-empty, every subidentifier minimal (no
 // leading 0x80 octet), the last octet without its continuation bit.
 bool oidContentsValid(const ASN1OCTET* data, std::size_t size) noexcept;
-
-// The value of a hexadecimal digit (either case), or -1 for any other character.
-constexpr int hexDigitValue(char c) noexcept {
-    return c >= '0' && c <= '9'   ? c - '0'
-           : c >= 'a' && c <= 'f' ? c - 'a' + 10
-           : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                  : -1;
-}
 
 // Encodes identifier and DER length octets into out (at least kMaxHeaderLen octets);
 // returns how many were written.

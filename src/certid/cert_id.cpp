@@ -66,19 +66,11 @@ CCertID& CCertID::operator=(CCertID&& other) noexcept = default;
 
 CCertID::~CCertID() = default;
 
-CBlob CCertID::encode() const {
-    ASN1BEREncodeBuffer buffer;
-    ASN1T_CertID structure;
-    ASN1T_CertID_traits::set(buffer.getCtxtPtr(), structure, *this);
-    return Codec::Encode(buffer, structure);
-}
+CBlob CCertID::encode() const { return Codec::EncodeWith<ASN1T_CertID_traits>(*this); }
 
 void CCertID::decode(const CBlob& encoded) {
-    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
-    ASN1T_CertID structure;
-    Codec::Decode(buffer, structure);
     // The whole value is converted before any field changes.
-    ASN1T_CertID_traits::get(structure, *this);
+    Codec::DecodeWith<ASN1T_CertID_traits>(encoded, *this);
 }
 
 const CAlgorithmIdentifier& CCertID::get_hashAlgorithm() const noexcept { return m_hashAlgorithm; }

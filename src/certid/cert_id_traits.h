@@ -13,6 +13,7 @@
 namespace Velmor::PKI::OCSP {
 
 struct ASN1T_CertID_traits {
+    using Type = ASN1T_CertID;
     static void set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value);
     static void get(const ASN1T_CertID& in, CCertID& value);
 };
@@ -20,6 +21,7 @@ struct ASN1T_CertID_traits {
 // set also throws CRYPT_E_ASN1_INTERNAL when the issuer blob is not a Name; get makes the
 // issuer the library's DER of the decoded Name.
 struct ASN1T_CertIdWithSignature_traits {
+    using Type = ASN1T_CertIdWithSignature;
     static void set(ASN1CTXT* ctxt, ASN1T_CertIdWithSignature& out,
                     const CCertIdWithSignature& value);
     static void get(const ASN1T_CertIdWithSignature& in, CCertIdWithSignature& value);
@@ -29,6 +31,7 @@ struct ASN1T_CertIdWithSignature_traits {
 // with E_INVALIDARG; get replaces value's alternative with the decoded one (an unknown
 // selector keeps it), converting it completely first.
 struct ASN1T_ReqCert_traits {
+    using Type = ASN1T_ReqCert;
     static void set(ASN1CTXT* ctxt, ASN1T_ReqCert& out, const CReqCert& value);
     static void get(const ASN1T_ReqCert& in, CReqCert& value);
 };

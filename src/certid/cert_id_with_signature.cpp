@@ -76,17 +76,12 @@ CCertIdWithSignature::operator=(CCertIdWithSignature&& other) noexcept = default
 CCertIdWithSignature::~CCertIdWithSignature() = default;
 
 CBlob CCertIdWithSignature::encode() const {
-    ASN1BEREncodeBuffer buffer;
-    ASN1T_CertIdWithSignature structure;
-    ASN1T_CertIdWithSignature_traits::set(buffer.getCtxtPtr(), structure, *this);
-    return Codec::Encode(buffer, structure);
+    return Codec::EncodeWith<ASN1T_CertIdWithSignature_traits>(*this);
 }
 
 void CCertIdWithSignature::decode(const CBlob& encoded) {
-    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
-    ASN1T_CertIdWithSignature structure;
-    Codec::Decode(buffer, structure);
-    ASN1T_CertIdWithSignature_traits::get(structure, *this);
+    // The whole value is converted before any field changes.
+    Codec::DecodeWith<ASN1T_CertIdWithSignature_traits>(encoded, *this);
 }
 
 const CBlob& CCertIdWithSignature::get_issuer() const noexcept { return m_issuer; }

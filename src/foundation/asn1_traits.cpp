@@ -1,6 +1,5 @@
 #include "foundation/asn1_traits.h"
 
-#include "asn1/asn1_detail.h"
 #include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"

@@ -21,6 +21,7 @@ namespace Velmor::ASN1 {
 
 // OCTET STRING contents <-> CBlob.
 struct ASN1TDynOctStr_traits {
+    using Type = ASN1TDynOctStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value);
     static void get(const ASN1TDynOctStr& in, CBlob& value);
 };
@@ -28,6 +29,7 @@ struct ASN1TDynOctStr_traits {
 // BIT STRING <-> CBlob of whole octets (a signature value). get keeps the octets as they
 // stand; a bit count that is not a multiple of 8 keeps its last, partly used octet.
 struct ASN1TDynBitStr_traits {
+    using Type = ASN1TDynBitStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value);
     static void get(const ASN1TDynBitStr& in, CBlob& value);
 };
@@ -51,27 +53,32 @@ struct ASN1GeneralizedTime_traits {
 
 // Name <-> the DER of a Name, attribute values kept exactly.
 struct ASN1T_Name_traits {
+    using Type = ASN1T_Name;
     static void set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der);
     static void get(const ASN1T_Name& in, CBlob& der);
 };
 
 struct ASN1T_Extensions_traits {
+    using Type = ASN1T_Extensions;
     static void set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions& value);
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
 
 struct ASN1T_GeneralName_traits {
+    using Type = ASN1T_GeneralName;
     static void set(ASN1CTXT* ctxt, ASN1T_GeneralName& out, const CGeneralName& value);
     static void get(const ASN1T_GeneralName& in, CGeneralName& value);
 };
 
 struct ASN1T_CRLDistPointsSyntax_traits {
+    using Type = ASN1T_CRLDistPointsSyntax;
     static void set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSyntax& out,
                     const CCRLDistPointsSyntax& value);
     static void get(const ASN1T_CRLDistPointsSyntax& in, CCRLDistPointsSyntax& value);
 };
 
 struct ASN1T_AuthorityInfoAccessSyntax_traits {
+    using Type = ASN1T_AuthorityInfoAccessSyntax;
     static void set(ASN1CTXT* ctxt, ASN1T_AuthorityInfoAccessSyntax& out,
                     const CAuthorityInfoAccessSyntax& value);
     static void get(const ASN1T_AuthorityInfoAccessSyntax& in, CAuthorityInfoAccessSyntax& value);
@@ -81,6 +88,7 @@ struct ASN1T_AuthorityInfoAccessSyntax_traits {
 // value's parameters blob is empty; get gives an empty blob for absent parameters (and, for
 // a CAlgorithmIdentifierEx, an unresolved ALG_ID).
 struct ASN1T_AlgorithmIdentifier_traits {
+    using Type = ASN1T_AlgorithmIdentifier;
     static void set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdentifier& out,
                     const CAlgorithmIdentifier& value);
     static void get(const ASN1T_AlgorithmIdentifier& in, CAlgorithmIdentifier& value);
@@ -90,6 +98,7 @@ struct ASN1T_AlgorithmIdentifier_traits {
 // that is not a certificate; get gives each certificate's encoding (the octets it arrived
 // in, since decoded certificates keep them).
 struct ASN1T__SeqOfCertificate_traits {
+    using Type = ASN1T__SeqOfCertificate;
     static void set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out, const CBlobList& value);
     static void get(const ASN1T__SeqOfCertificate& in, CBlobList& value);
 };
@@ -97,6 +106,7 @@ struct ASN1T__SeqOfCertificate_traits {
 // INTEGER contents octets <-> CBigInteger, the octets kept exactly. get throws
 // CRYPT_E_ASN1_INTERNAL for an empty INTEGER.
 struct ASN1TDynBigInt_traits {
+    using Type = ASN1TDynBigInt;
     static void set(ASN1CTXT* ctxt, ASN1TDynBigInt& out, const CBigInteger& value);
     static void get(const ASN1TDynBigInt& in, CBigInteger& value);
 };

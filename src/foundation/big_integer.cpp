@@ -1,5 +1,4 @@
 // CBigInteger: content octets and their integral and hex forms.
-#include "asn1/asn1_detail.h"
 
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/big_integer.h>
@@ -37,10 +36,16 @@ void Negate(Octets& octets) {
     }
 }
 
+// The value of a hexadecimal digit of either case; E_INVALIDARG for any other character.
 int HexValue(char c) {
-    const int value = Asn1Rt::hexDigitValue(c);
-    if (value >= 0) {
-        return value;
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
     }
     ATL::AtlThrow(Win32::E_INVALIDARG);
 }

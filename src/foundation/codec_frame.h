@@ -102,6 +102,25 @@ template <class T> CBlob Encode(const T& value) {
     return Encode(buffer, value);
 }
 
+// The DER of value through its converter: Traits::set fills a Traits::Type structure in a
+// fresh buffer's memory, which is then encoded.
+template <class Traits, class Value> CBlob EncodeWith(const Value& value) {
+    ASN1BEREncodeBuffer buffer;
+    typename Traits::Type structure{};
+    Traits::set(buffer.getCtxtPtr(), structure, value);
+    return Encode(buffer, structure);
+}
+
+// Decodes encoded as one Traits::Type and replaces value with Traits::get of it; value is
+// untouched when the bytes do not decode.
+template <class Traits, class Value>
+void DecodeWith(const CBlob& encoded, Value& value, OnEmpty onEmpty = OnEmpty::Malformed) {
+    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
+    typename Traits::Type structure{};
+    Decode(buffer, structure, onEmpty);
+    Traits::get(structure, value);
+}
+
 // Decodes der as one T and deep-copies it into ctxt with copy(ctxt, from, to), so that it
 // outlives der. Throws as Decode does, and CRYPT_E_ASN1_MEMORY when ctxt is full.
 template <class T, class Copy>

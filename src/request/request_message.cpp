@@ -90,20 +90,14 @@ const CAlgorithmIdentifierEx* CRequestMessage::get_signatureAlgorithm() const {
 const CBlobList* CRequestMessage::get_signatureCerts() const { return m_data->certs.get(); }
 
 CBlob CRequestMessage::encode() const {
-    ASN1BEREncodeBuffer buffer;
-    ASN1T_OCSPRequest message;
-    ASN1T_OCSPRequest_traits::set(buffer.getCtxtPtr(), message, *m_data);
-    return Codec::Encode(buffer, message);
+    return Codec::EncodeWith<ASN1T_OCSPRequest_traits>(*m_data);
 }
 
 void CRequestMessage::decode(const CBlob& encoded) {
-    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
-    ASN1T_OCSPRequest message;
-    Codec::Decode(buffer, message, Codec::OnEmpty::InvalidArgument);
     // The fields go into a fresh record, which then takes the entries held so far in front
     // of the decoded ones: the object changes only once everything converted.
     Data decoded;
-    ASN1T_OCSPRequest_traits::get(message, decoded);
+    Codec::DecodeWith<ASN1T_OCSPRequest_traits>(encoded, decoded, Codec::OnEmpty::InvalidArgument);
     Detail::MoveToFront(decoded.requestList, m_data->requestList);
     m_data->swap(decoded);
 }

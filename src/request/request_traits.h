@@ -47,6 +47,7 @@ struct CRequestMessage::Data {
 
 // One entry of the requestList.
 struct ASN1T_Request_traits {
+    using Type = ASN1T_Request;
     static void set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& value);
     // Replaces value's reference and extensions with the decoded ones.
     static void get(const ASN1T_Request& in, CSingleRequest& value);
@@ -56,6 +57,7 @@ struct ASN1T_Request_traits {
 // optionalSignature (CRYPT_E_BAD_MSG for a signature without algorithm). get replaces every
 // field of value but the entries, which it appends to value's list.
 struct ASN1T_OCSPRequest_traits {
+    using Type = ASN1T_OCSPRequest;
     using Record = Detail::Records::Record<CRequestMessage>;
     static void set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const Record& value);
     static void get(const ASN1T_OCSPRequest& in, Record& value);

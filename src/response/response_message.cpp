@@ -86,6 +86,7 @@ std::string CResponseMessage::Data::OidContents(const std::string& text) {
 // The outer response's fields to and from its structure. get changes value only once every
 // step that can fail is done, and reuses the storage value already holds.
 struct ASN1T_OCSPResponse_traits {
+    using Type = ASN1T_OCSPResponse;
     using Record = Detail::Records::Record<CResponseMessage>;
     static void set(ASN1CTXT* ctxt, ASN1T_OCSPResponse& out, const Record& value);
     static void get(const ASN1T_OCSPResponse& in, Record& value);
@@ -135,17 +136,11 @@ void ASN1T_OCSPResponse_traits::get(const ASN1T_OCSPResponse& in, Record& value)
 }
 
 CBlob CResponseMessage::encode() const {
-    ASN1BEREncodeBuffer buffer;
-    ASN1T_OCSPResponse message;
-    ASN1T_OCSPResponse_traits::set(buffer.getCtxtPtr(), message, *m_data);
-    return Codec::Encode(buffer, message);
+    return Codec::EncodeWith<ASN1T_OCSPResponse_traits>(*m_data);
 }
 
 void CResponseMessage::decode(const CBlob& encoded) {
-    ASN1BERDecodeBuffer buffer(encoded.pbData(), encoded.cbData());
-    ASN1T_OCSPResponse message;
-    Codec::Decode(buffer, message, Codec::OnEmpty::InvalidArgument);
-    ASN1T_OCSPResponse_traits::get(message, *m_data);
+    Codec::DecodeWith<ASN1T_OCSPResponse_traits>(encoded, *m_data, Codec::OnEmpty::InvalidArgument);
 }
 
 } // namespace Velmor::PKI::OCSP

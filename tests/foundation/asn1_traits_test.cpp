@@ -20,20 +20,13 @@ namespace {
 
 // The DER of the structure that traits::set fills from value.
 template <class Structure, class Traits, class Value> std::string EncodeWith(const Value& value) {
-    ASN1BEREncodeBuffer buffer;
-    Structure structure{};
-    Traits::set(buffer.getCtxtPtr(), structure, value);
-    return HexOf(Velmor::Codec::Encode(buffer, structure));
+    return HexOf(Velmor::Codec::EncodeWith<Traits>(value));
 }
 
 // The value that traits::get builds from a DER structure.
 template <class Structure, class Traits, class Value> Value DecodeWith(std::string_view hex) {
-    const Bytes der = FromHex(hex);
-    ASN1BERDecodeBuffer buffer(der.data(), der.size());
-    Structure structure{};
-    Velmor::Codec::Decode(buffer, structure);
     Value value;
-    Traits::get(structure, value);
+    Velmor::Codec::DecodeWith<Traits>(CBlob(FromHex(hex)), value);
     return value;
 }
 
