@@ -14,8 +14,9 @@
 namespace Velmor::Detail {
 
 struct Records {
-    // The record type of class C.
-    template <class C> using Record = typename C::Data;
+    // The record type of class C (named inside a member, where the friendship applies).
+    template <class C> struct RecordOf { using type = typename C::Data; };
+    template <class C> using Record = typename RecordOf<C>::type;
 
     template <class C> static Record<C>& Of(C& object) noexcept { return *object.m_data; }
     template <class C> static const Record<C>& Of(const C& object) noexcept {
