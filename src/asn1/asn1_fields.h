@@ -42,6 +42,11 @@ bool readOptionalExplicit(BerReader& r, OSUINT32 n, const char* name, F&& readIn
     return true;
 }
 
+// Reads a value with the decoder of its type: asn1D for the module's structures, the
+// reader's own for the runtime's value types.
+template <class T> void readValue(BerReader& r, T& value) { asn1D(r, value); }
+inline void readValue(BerReader& r, ASN1TDynOctStr& value) { r.readOctStr(value); }
+
 // Reads "SEQUENCE OF Elem" under tag into v; with nonEmpty, an empty list is malformed.
 template <class Elem, class List>
 int readSeqOf(BerReader& r, List& v, ASN1TAG tag, const char* name, bool nonEmpty = false) {

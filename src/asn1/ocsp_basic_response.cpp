@@ -23,14 +23,10 @@ int asn1D(BerReader& r, ASN1T_ResponderID& v, ASN1TAG /*tag*/) {
     const ASN1TAG next = r.peekTag();
     if (next == asn1CtxtConsTag(1)) {
         v.t = T_ResponderID_byName;
-        readAlternative(r, v.u.byName, [](BerReader& rr, ASN1T_Name& name) {
-            readExplicit(rr, 1, "byName", [&](BerReader& in) { asn1D(in, name); });
-        });
+        readExplicitAlternative(r, 1, "byName", v.u.byName);
     } else if (next == asn1CtxtConsTag(2)) {
         v.t = T_ResponderID_byKey;
-        readAlternative(r, v.u.byKey, [](BerReader& rr, ASN1TDynOctStr& hash) {
-            readExplicit(rr, 2, "byKey", [&](BerReader& in) { in.readOctStr(hash); });
-        });
+        readExplicitAlternative(r, 2, "byKey", v.u.byKey);
     } else {
         failChoice(r, "ResponderID: unknown choice");
     }

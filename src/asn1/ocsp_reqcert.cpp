@@ -97,16 +97,10 @@ int asn1D(BerReader& r, ASN1T_FullCertificate& v, ASN1TAG /*tag*/) {
     const ASN1TAG next = r.peekTag();
     if (next == asn1CtxtConsTag(0)) {
         v.t = T_FullCertificate_certificate;
-        readAlternative(r, v.u.certificate, [](BerReader& rr, ASN1T_Certificate& cert) {
-            readExplicit(rr, 0, "certificate", [&](BerReader& in) { asn1D(in, cert); });
-        });
+        readExplicitAlternative(r, 0, "certificate", v.u.certificate);
     } else if (next == asn1CtxtConsTag(1)) {
         v.t = T_FullCertificate_attributeCertificate;
-        readAlternative(r, v.u.attributeCertificate,
-                        [](BerReader& rr, ASN1T_AttributeCertificate& cert) {
-                            readExplicit(rr, 1, "attributeCertificate",
-                                         [&](BerReader& in) { asn1D(in, cert); });
-                        });
+        readExplicitAlternative(r, 1, "attributeCertificate", v.u.attributeCertificate);
     } else {
         failChoice(r, "FullCertificate: unknown choice");
     }
@@ -155,15 +149,10 @@ int asn1D(BerReader& r, ASN1T_ReqCert& v, ASN1TAG /*tag*/) {
         readAlternative(r, v.u.certID, [](BerReader& rr, ASN1T_CertID& id) { asn1D(rr, id); });
     } else if (next == asn1CtxtConsTag(0)) {
         v.t = T_ReqCert_fullCertificate;
-        readAlternative(r, v.u.fullCertificate, [](BerReader& rr, ASN1T_FullCertificate& full) {
-            readExplicit(rr, 0, "fullCertificate", [&](BerReader& in) { asn1D(in, full); });
-        });
+        readExplicitAlternative(r, 0, "fullCertificate", v.u.fullCertificate);
     } else if (next == asn1CtxtConsTag(1)) {
         v.t = T_ReqCert_certIdWithSignature;
-        readAlternative(
-            r, v.u.certIdWithSignature, [](BerReader& rr, ASN1T_CertIdWithSignature& id) {
-                readExplicit(rr, 1, "certIdWithSignature", [&](BerReader& in) { asn1D(in, id); });
-            });
+        readExplicitAlternative(r, 1, "certIdWithSignature", v.u.certIdWithSignature);
     } else {
         failChoice(r, "ReqCert: unknown choice");
     }

@@ -304,6 +304,15 @@ template <class T, class F> void readAlternative(BerReader& r, T*& alternative, 
     }
 }
 
+// Reads "[n] EXPLICIT T" into a CHOICE alternative held by pointer, allocated as above and
+// read with readValue.
+template <class T>
+void readExplicitAlternative(BerReader& r, OSUINT32 n, const char* name, T*& alternative) {
+    readAlternative(r, alternative, [&](BerReader& rr, T& value) {
+        readExplicit(rr, n, name, [&](BerReader& in) { readValue(in, value); });
+    });
+}
+
 // Fails the decode at a CHOICE whose next element is none of its alternatives: where no
 // element follows, with the status of a missing or cut-off element; else RTERR_IDNOTFOU.
 inline void failChoice(BerReader& r, const char* what) {
