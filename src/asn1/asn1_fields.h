@@ -73,9 +73,9 @@ inline void keepRaw(BerReader& r, std::size_t start, ASN1OpenType& raw) {
 // ---- Writing
 
 // The writing helpers are forced inline, closures included: an encoder made of them must
-// compile to the code of one written out by hand. Left to its heuristics the compiler stops
-// short in a long field list (each field is a few nested calls), and what it keeps out of
-// line changes what it inlines elsewhere.
+// compile to the calls of one written out by hand, and nothing else. Left to its heuristics
+// the compiler stops short in a long field list (each field is a few nested calls), and what
+// it keeps out of line changes what it inlines elsewhere.
 #define VELMOR_ASN1_FORCE_INLINE __attribute__((always_inline))
 
 // Writes a value with the encoder of its type (asn1E for the module's structures, the
@@ -218,6 +218,7 @@ template <class F> VELMOR_ASN1_FORCE_INLINE inline auto explicitField(OSUINT32 n
 }
 
 // "<inner> OPTIONAL" (or DEFAULT): written only when present, else nothing (0 octets).
+// present is taken when the field is made, before writeSequence writes any field.
 template <class F> VELMOR_ASN1_FORCE_INLINE inline auto optionalField(bool present, F&& inner) {
     return [present, inner = std::forward<F>(inner)](ASN1BEREncodeBuffer& b)
                VELMOR_ASN1_FORCE_INLINE { return present ? inner(b) : 0; };
