@@ -106,12 +106,6 @@ int writeList(ASN1BEREncodeBuffer& buffer, const OSRTDList& list, F&& encodeElem
     return buffer.ok() ? static_cast<int>(buffer.getMsgLen() - mark) : buffer.getStatus();
 }
 
-// As above with asn1E(buffer, elem) found by argument-dependent lookup.
-template <class T> int writeList(ASN1BEREncodeBuffer& buffer, const OSRTDList& list) {
-    return writeList<T>(buffer, list,
-                        [](ASN1BEREncodeBuffer& b, const T& e) { return asn1E(b, e); });
-}
-
 } // namespace Velmor::Asn1Rt
 
 #endif

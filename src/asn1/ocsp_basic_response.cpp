@@ -9,17 +9,11 @@ using namespace Velmor::Asn1Rt;
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ResponderID& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_ResponderID_byName:
-        return writeAlternative(b, v.u.byName, "ResponderID without its Name",
-                                [](ASN1BEREncodeBuffer& w, const ASN1T_Name& name) {
-                                    return writeExplicit(
-                                        w, 1, [&](ASN1BEREncodeBuffer& in) { asn1E(in, name); });
-                                });
+        return writeChoice(
+            b, explicitField(1, alternativeField(v.u.byName, "ResponderID without its Name")));
     case T_ResponderID_byKey:
-        return writeAlternative(b, v.u.byKey, "ResponderID without its key hash",
-                                [](ASN1BEREncodeBuffer& w, const ASN1TDynOctStr& hash) {
-                                    return writeExplicit(
-                                        w, 2, [&](ASN1BEREncodeBuffer& in) { in.putOctStr(hash); });
-                                });
+        return writeChoice(
+            b, explicitField(2, alternativeField(v.u.byKey, "ResponderID without its key hash")));
     default:
         return b.fail(RTERR_INVPARAM, "ResponderID: unknown choice");
     }
@@ -29,14 +23,10 @@ int asn1D(BerReader& r, ASN1T_ResponderID& v, ASN1TAG /*tag*/) {
     const ASN1TAG next = r.peekTag();
     if (next == asn1CtxtConsTag(1)) {
         v.t = T_ResponderID_byName;
-        readAlternative(r, v.u.byName, [](BerReader& rr, ASN1T_Name& name) {
-            readExplicit(rr, 1, "byName", [&](BerReader& in) { asn1D(in, name); });
-        });
+        readExplicitAlternative(r, 1, "byName", v.u.byName);
     } else if (next == asn1CtxtConsTag(2)) {
         v.t = T_ResponderID_byKey;
-        readAlternative(r, v.u.byKey, [](BerReader& rr, ASN1TDynOctStr& hash) {
-            readExplicit(rr, 2, "byKey", [&](BerReader& in) { in.readOctStr(hash); });
-        });
+        readExplicitAlternative(r, 2, "byKey", v.u.byKey);
     } else {
         failChoice(r, "ResponderID: unknown choice");
     }
@@ -63,12 +53,9 @@ int asn1Copy_ResponderID(ASN1CTXT* ctxt, const ASN1T_ResponderID& from, ASN1T_Re
 //                                 revocationReason [0] EXPLICIT CRLReason OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_RevokedInfo& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.revocationReasonPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { w.putEnum(v.revocationReason); });
-    }
-    b.putString(v.revocationTime, ASN1TAG_GENERALIZEDTIME);
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, stringField(v.revocationTime, ASN1TAG_GENERALIZEDTIME),
+        optionalExplicitField(v.m.revocationReasonPresent, 0, enumField(v.revocationReason)));
 }
 
 int asn1D(BerReader& r, ASN1T_RevokedInfo& v, ASN1TAG tag) {
@@ -94,14 +81,12 @@ int asn1Copy_RevokedInfo(ASN1CTXT* ctxt, const ASN1T_RevokedInfo& from, ASN1T_Re
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CertStatus& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_CertStatus_good:
-        return b.putNull(asn1CtxtTag(0));
+        return writeChoice(b, nullField(asn1CtxtTag(0)));
     case T_CertStatus_revoked:
-        return writeAlternative(b, v.u.revoked, "CertStatus without its RevokedInfo",
-                                [](ASN1BEREncodeBuffer& w, const ASN1T_RevokedInfo& info) {
-                                    return asn1E(w, info, asn1CtxtConsTag(1));
-                                });
+        return writeChoice(b, alternativeField(v.u.revoked, "CertStatus without its RevokedInfo",
+                                               asn1CtxtConsTag(1)));
     case T_CertStatus_unknown:
-        return b.putNull(asn1CtxtTag(2));
+        return writeChoice(b, nullField(asn1CtxtTag(2)));
     default:
         return b.fail(RTERR_INVPARAM, "CertStatus: unknown choice");
     }
@@ -140,19 +125,12 @@ int asn1Copy_CertStatus(ASN1CTXT* ctxt, const ASN1T_CertStatus& from, ASN1T_Cert
 //        singleExtensions [1] EXPLICIT Extensions OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_SingleResponse& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.singleExtensionsPresent) {
-        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.singleExtensions); });
-    }
-    if (v.m.nextUpdatePresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) {
-            w.putString(v.nextUpdate, ASN1TAG_GENERALIZEDTIME);
-        });
-    }
-    b.putString(v.thisUpdate, ASN1TAG_GENERALIZEDTIME);
-    asn1E(b, v.certStatus);
-    asn1E(b, v.certID);
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, field(v.certID), field(v.certStatus),
+        stringField(v.thisUpdate, ASN1TAG_GENERALIZEDTIME),
+        optionalExplicitField(v.m.nextUpdatePresent, 0,
+                              stringField(v.nextUpdate, ASN1TAG_GENERALIZEDTIME)),
+        optionalExplicitField(v.m.singleExtensionsPresent, 1, field(v.singleExtensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_SingleResponse& v, ASN1TAG tag) {
@@ -213,17 +191,11 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ResponseData& v, ASN1TAG tag) {
     if (v.raw.numocts != 0) {
         return b.putOpenType(v.raw);
     }
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.responseExtensionsPresent) {
-        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.responseExtensions); });
-    }
-    asn1E(b, v.responses);
-    b.putString(v.producedAt, ASN1TAG_GENERALIZEDTIME);
-    asn1E(b, v.responderID);
-    if (v.m.versionPresent && v.version != 0) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { w.putInt(v.version); });
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, optionalExplicitField(v.m.versionPresent && v.version != 0, 0, intField(v.version)),
+        field(v.responderID), stringField(v.producedAt, ASN1TAG_GENERALIZEDTIME),
+        field(v.responses),
+        optionalExplicitField(v.m.responseExtensionsPresent, 1, field(v.responseExtensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_ResponseData& v, ASN1TAG tag) {
@@ -265,14 +237,9 @@ int asn1Copy_ResponseData(ASN1CTXT* ctxt, const ASN1T_ResponseData& from, ASN1T_
 //        certs [0] EXPLICIT SEQUENCE OF Certificate OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_BasicOCSPResponse& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.certsPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.certs); });
-    }
-    b.putBitStr(v.signature);
-    asn1E(b, v.signatureAlgorithm);
-    asn1E(b, v.tbsResponseData);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.tbsResponseData), field(v.signatureAlgorithm),
+                         field(v.signature),
+                         optionalExplicitField(v.m.certsPresent, 0, field(v.certs)));
 }
 
 int asn1D(BerReader& r, ASN1T_BasicOCSPResponse& v, ASN1TAG tag) {

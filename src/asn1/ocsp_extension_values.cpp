@@ -33,19 +33,13 @@ void readUnsigned(BerReader& r, OSUINT32& value) {
 //        crlNum [1] EXPLICIT INTEGER OPTIONAL, crlTime [2] EXPLICIT GeneralizedTime OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CrlID& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.crlTimePresent) {
-        writeExplicit(
-            b, 2, [&](ASN1BEREncodeBuffer& w) { w.putString(v.crlTime, ASN1TAG_GENERALIZEDTIME); });
-    }
-    if (v.m.crlNumPresent) {
-        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { w.putUnsigned(v.crlNum); });
-    }
-    if (v.m.crlUrlPresent) {
-        writeExplicit(b, 0,
-                      [&](ASN1BEREncodeBuffer& w) { w.putString(v.crlUrl, ASN1TAG_IA5STRING); });
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag,
+        optionalExplicitField(v.m.crlUrlPresent, 0, stringField(v.crlUrl, ASN1TAG_IA5STRING)),
+        optionalExplicitField(v.m.crlNumPresent, 1,
+                              [&](ASN1BEREncodeBuffer& w) { return w.putUnsigned(v.crlNum); }),
+        optionalExplicitField(v.m.crlTimePresent, 2,
+                              stringField(v.crlTime, ASN1TAG_GENERALIZEDTIME)));
 }
 
 int asn1D(BerReader& r, ASN1T_CrlID& v, ASN1TAG tag) {
@@ -73,10 +67,7 @@ int asn1Copy_CrlID(ASN1CTXT* ctxt, const ASN1T_CrlID& from, ASN1T_CrlID& to) {
 // ---- AcceptableResponses ::= SEQUENCE OF OBJECT IDENTIFIER
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AcceptableResponses& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    writeList<ASN1OBJID>(
-        b, v, [](ASN1BEREncodeBuffer& w, const ASN1OBJID& oid) { return w.putOid(oid); });
-    return b.wrap(tag, mark);
+    return writeSeqOf<ASN1OBJID>(b, v, tag);
 }
 
 int asn1D(BerReader& r, ASN1T_AcceptableResponses& v, ASN1TAG tag) {
@@ -114,12 +105,8 @@ int asn1Copy_ArchiveCutoff(ASN1CTXT* ctxt, const ASN1T_ArchiveCutoff& from,
 // ---- ServiceLocator ::= SEQUENCE { issuer Name, locator AuthorityInfoAccessSyntax OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ServiceLocator& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.locatorPresent) {
-        asn1E(b, v.locator);
-    }
-    asn1E(b, v.issuer);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.issuer),
+                         optionalField(v.m.locatorPresent, field(v.locator)));
 }
 
 int asn1D(BerReader& r, ASN1T_ServiceLocator& v, ASN1TAG tag) {

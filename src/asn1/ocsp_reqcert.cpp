@@ -9,12 +9,8 @@ using namespace Velmor::Asn1Rt;
 //                            issuerKeyHash OCTET STRING, serialNumber CertificateSerialNumber }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CertID& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putBigInt(v.serialNumber);
-    b.putOctStr(v.issuerKeyHash);
-    b.putOctStr(v.issuerNameHash);
-    asn1E(b, v.hashAlgorithm);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.hashAlgorithm), field(v.issuerNameHash),
+                         field(v.issuerKeyHash), bigIntField(v.serialNumber));
 }
 
 int asn1D(BerReader& r, ASN1T_CertID& v, ASN1TAG tag) {
@@ -45,13 +41,9 @@ int asn1Copy_CertID(ASN1CTXT* ctxt, const ASN1T_CertID& from, ASN1T_CertID& to) 
 //        signatureValue BIT STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CertIdWithSignature& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(v.signatureValue);
-    asn1E(b, v.signatureAlgorithm);
-    b.putBitStr(v.tbsCertificateHash);
-    b.putBigInt(v.serialNumber);
-    asn1E(b, v.issuer);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.issuer), bigIntField(v.serialNumber),
+                         field(v.tbsCertificateHash), field(v.signatureAlgorithm),
+                         field(v.signatureValue));
 }
 
 int asn1D(BerReader& r, ASN1T_CertIdWithSignature& v, ASN1TAG tag) {
@@ -88,17 +80,14 @@ int asn1Copy_CertIdWithSignature(ASN1CTXT* ctxt, const ASN1T_CertIdWithSignature
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_FullCertificate& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_FullCertificate_certificate:
-        return writeAlternative(b, v.u.certificate, "FullCertificate without its certificate",
-                                [](ASN1BEREncodeBuffer& w, const ASN1T_Certificate& cert) {
-                                    return writeExplicit(
-                                        w, 0, [&](ASN1BEREncodeBuffer& in) { asn1E(in, cert); });
-                                });
+        return writeChoice(
+            b, explicitField(0, alternativeField(v.u.certificate,
+                                                 "FullCertificate without its certificate")));
     case T_FullCertificate_attributeCertificate:
-        return writeAlternative(
-            b, v.u.attributeCertificate, "FullCertificate without its attribute certificate",
-            [](ASN1BEREncodeBuffer& w, const ASN1T_AttributeCertificate& cert) {
-                return writeExplicit(w, 1, [&](ASN1BEREncodeBuffer& in) { asn1E(in, cert); });
-            });
+        return writeChoice(
+            b, explicitField(
+                   1, alternativeField(v.u.attributeCertificate,
+                                       "FullCertificate without its attribute certificate")));
     default:
         return b.fail(RTERR_INVPARAM, "FullCertificate: unknown choice");
     }
@@ -108,16 +97,10 @@ int asn1D(BerReader& r, ASN1T_FullCertificate& v, ASN1TAG /*tag*/) {
     const ASN1TAG next = r.peekTag();
     if (next == asn1CtxtConsTag(0)) {
         v.t = T_FullCertificate_certificate;
-        readAlternative(r, v.u.certificate, [](BerReader& rr, ASN1T_Certificate& cert) {
-            readExplicit(rr, 0, "certificate", [&](BerReader& in) { asn1D(in, cert); });
-        });
+        readExplicitAlternative(r, 0, "certificate", v.u.certificate);
     } else if (next == asn1CtxtConsTag(1)) {
         v.t = T_FullCertificate_attributeCertificate;
-        readAlternative(r, v.u.attributeCertificate,
-                        [](BerReader& rr, ASN1T_AttributeCertificate& cert) {
-                            readExplicit(rr, 1, "attributeCertificate",
-                                         [&](BerReader& in) { asn1D(in, cert); });
-                        });
+        readExplicitAlternative(r, 1, "attributeCertificate", v.u.attributeCertificate);
     } else {
         failChoice(r, "FullCertificate: unknown choice");
     }
@@ -145,21 +128,15 @@ int asn1Copy_FullCertificate(ASN1CTXT* ctxt, const ASN1T_FullCertificate& from,
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ReqCert& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_ReqCert_certID:
-        return writeAlternative(
-            b, v.u.certID, "ReqCert without its CertID",
-            [](ASN1BEREncodeBuffer& w, const ASN1T_CertID& id) { return asn1E(w, id); });
+        return writeChoice(b, alternativeField(v.u.certID, "ReqCert without its CertID"));
     case T_ReqCert_fullCertificate:
-        return writeAlternative(b, v.u.fullCertificate, "ReqCert without its FullCertificate",
-                                [](ASN1BEREncodeBuffer& w, const ASN1T_FullCertificate& full) {
-                                    return writeExplicit(
-                                        w, 0, [&](ASN1BEREncodeBuffer& in) { asn1E(in, full); });
-                                });
+        return writeChoice(
+            b, explicitField(0, alternativeField(v.u.fullCertificate,
+                                                 "ReqCert without its FullCertificate")));
     case T_ReqCert_certIdWithSignature:
-        return writeAlternative(
-            b, v.u.certIdWithSignature, "ReqCert without its CertIdWithSignature",
-            [](ASN1BEREncodeBuffer& w, const ASN1T_CertIdWithSignature& id) {
-                return writeExplicit(w, 1, [&](ASN1BEREncodeBuffer& in) { asn1E(in, id); });
-            });
+        return writeChoice(
+            b, explicitField(1, alternativeField(v.u.certIdWithSignature,
+                                                 "ReqCert without its CertIdWithSignature")));
     default:
         return b.fail(RTERR_INVPARAM, "ReqCert: unknown choice");
     }
@@ -172,15 +149,10 @@ int asn1D(BerReader& r, ASN1T_ReqCert& v, ASN1TAG /*tag*/) {
         readAlternative(r, v.u.certID, [](BerReader& rr, ASN1T_CertID& id) { asn1D(rr, id); });
     } else if (next == asn1CtxtConsTag(0)) {
         v.t = T_ReqCert_fullCertificate;
-        readAlternative(r, v.u.fullCertificate, [](BerReader& rr, ASN1T_FullCertificate& full) {
-            readExplicit(rr, 0, "fullCertificate", [&](BerReader& in) { asn1D(in, full); });
-        });
+        readExplicitAlternative(r, 0, "fullCertificate", v.u.fullCertificate);
     } else if (next == asn1CtxtConsTag(1)) {
         v.t = T_ReqCert_certIdWithSignature;
-        readAlternative(
-            r, v.u.certIdWithSignature, [](BerReader& rr, ASN1T_CertIdWithSignature& id) {
-                readExplicit(rr, 1, "certIdWithSignature", [&](BerReader& in) { asn1D(in, id); });
-            });
+        readExplicitAlternative(r, 1, "certIdWithSignature", v.u.certIdWithSignature);
     } else {
         failChoice(r, "ReqCert: unknown choice");
     }

@@ -8,12 +8,9 @@ using namespace Velmor::Asn1Rt;
 //                            singleRequestExtensions [0] EXPLICIT Extensions OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Request& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.singleRequestExtensionsPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.singleRequestExtensions); });
-    }
-    asn1E(b, v.reqCert);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.reqCert),
+                         optionalExplicitField(v.m.singleRequestExtensionsPresent, 0,
+                                               field(v.singleRequestExtensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_Request& v, ASN1TAG tag) {
@@ -60,18 +57,11 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_TBSRequest& v, ASN1TAG tag) {
     if (v.raw.numocts != 0) {
         return b.putOpenType(v.raw);
     }
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.requestExtensionsPresent) {
-        writeExplicit(b, 2, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.requestExtensions); });
-    }
-    asn1E(b, v.requestList);
-    if (v.m.requestorNamePresent) {
-        writeExplicit(b, 1, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.requestorName); });
-    }
-    if (v.m.versionPresent && v.version != 0) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { w.putInt(v.version); });
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, optionalExplicitField(v.m.versionPresent && v.version != 0, 0, intField(v.version)),
+        optionalExplicitField(v.m.requestorNamePresent, 1, field(v.requestorName)),
+        field(v.requestList),
+        optionalExplicitField(v.m.requestExtensionsPresent, 2, field(v.requestExtensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_TBSRequest& v, ASN1TAG tag) {
@@ -109,13 +99,8 @@ int asn1Copy_TBSRequest(ASN1CTXT* ctxt, const ASN1T_TBSRequest& from, ASN1T_TBSR
 //                               certs [0] EXPLICIT SEQUENCE OF Certificate OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Signature& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.certsPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.certs); });
-    }
-    b.putBitStr(v.signature);
-    asn1E(b, v.signatureAlgorithm);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.signatureAlgorithm), field(v.signature),
+                         optionalExplicitField(v.m.certsPresent, 0, field(v.certs)));
 }
 
 int asn1D(BerReader& r, ASN1T_Signature& v, ASN1TAG tag) {
@@ -143,12 +128,9 @@ int asn1Copy_Signature(ASN1CTXT* ctxt, const ASN1T_Signature& from, ASN1T_Signat
 //                                optionalSignature [0] EXPLICIT Signature OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_OCSPRequest& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.optionalSignaturePresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.optionalSignature); });
-    }
-    asn1E(b, v.tbsRequest);
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, field(v.tbsRequest),
+        optionalExplicitField(v.m.optionalSignaturePresent, 0, field(v.optionalSignature)));
 }
 
 int asn1D(BerReader& r, ASN1T_OCSPRequest& v, ASN1TAG tag) {

@@ -7,10 +7,7 @@ using namespace Velmor::Asn1Rt;
 // ---- ResponseBytes ::= SEQUENCE { responseType OBJECT IDENTIFIER, response OCTET STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ResponseBytes& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putOctStr(v.response);
-    b.putOid(v.responseType);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.responseType), field(v.response));
 }
 
 int asn1D(BerReader& r, ASN1T_ResponseBytes& v, ASN1TAG tag) {
@@ -33,12 +30,9 @@ int asn1Copy_ResponseBytes(ASN1CTXT* ctxt, const ASN1T_ResponseBytes& from,
 //                                 responseBytes [0] EXPLICIT ResponseBytes OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_OCSPResponse& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.responseBytesPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.responseBytes); });
-    }
-    b.putEnum(v.responseStatus);
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, enumField(v.responseStatus),
+        optionalExplicitField(v.m.responseBytesPresent, 0, field(v.responseBytes)));
 }
 
 int asn1D(BerReader& r, ASN1T_OCSPResponse& v, ASN1TAG tag) {

@@ -304,6 +304,15 @@ template <class T, class F> void readAlternative(BerReader& r, T*& alternative, 
     }
 }
 
+// Reads "[n] EXPLICIT T" into a CHOICE alternative held by pointer, allocated as above and
+// read with readValue.
+template <class T>
+void readExplicitAlternative(BerReader& r, OSUINT32 n, const char* name, T*& alternative) {
+    readAlternative(r, alternative, [&](BerReader& rr, T& value) {
+        readExplicit(rr, n, name, [&](BerReader& in) { readValue(in, value); });
+    });
+}
+
 // Fails the decode at a CHOICE whose next element is none of its alternatives: where no
 // element follows, with the status of a missing or cut-off element; else RTERR_IDNOTFOU.
 inline void failChoice(BerReader& r, const char* what) {
@@ -313,14 +322,23 @@ inline void failChoice(BerReader& r, const char* what) {
     }
 }
 
-// Writes a CHOICE alternative held by pointer; a null pointer is a caller's error.
-template <class T, class F>
-int writeAlternative(ASN1BEREncodeBuffer& b, const T* alternative, const char* what,
-                     F&& writeFrom) {
-    if (alternative == nullptr) {
-        return b.fail(RTERR_INVPARAM, what);
-    }
-    return writeFrom(b, *alternative);
+// A CHOICE alternative held by pointer, as a field callable: *alternative written with
+// writeValue (under tag when one is given); a null pointer is a caller's error, recorded as
+// RTERR_INVPARAM with the text what.
+template <class T>
+VELMOR_ASN1_FORCE_INLINE inline auto alternativeField(const T* const& alternative,
+                                                      const char* what) {
+    return [&alternative, what](ASN1BEREncodeBuffer& b) VELMOR_ASN1_FORCE_INLINE {
+        return alternative == nullptr ? b.fail(RTERR_INVPARAM, what) : writeValue(b, *alternative);
+    };
+}
+template <class T>
+VELMOR_ASN1_FORCE_INLINE inline auto alternativeField(const T* const& alternative, const char* what,
+                                                      ASN1TAG tag) {
+    return [&alternative, what, tag](ASN1BEREncodeBuffer& b) VELMOR_ASN1_FORCE_INLINE {
+        return alternative == nullptr ? b.fail(RTERR_INVPARAM, what)
+                                      : writeValue(b, *alternative, tag);
+    };
 }
 
 // Deep copy of a CHOICE alternative held by pointer into ctxt: a null source gives null.

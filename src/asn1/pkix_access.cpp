@@ -11,9 +11,9 @@ using namespace Velmor::Asn1Rt;
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_DistributionPointName& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_DistributionPointName_fullName:
-        return asn1E(b, v.fullName, asn1CtxtConsTag(0));
+        return writeChoice(b, field(v.fullName, asn1CtxtConsTag(0)));
     case T_DistributionPointName_nameRelativeToCRLIssuer:
-        return asn1E(b, v.nameRelativeToCRLIssuer, asn1CtxtConsTag(1));
+        return writeChoice(b, field(v.nameRelativeToCRLIssuer, asn1CtxtConsTag(1)));
     default:
         return b.fail(RTERR_INVPARAM, "DistributionPointName: unknown choice");
     }
@@ -46,17 +46,10 @@ int asn1Copy_DistributionPointName(ASN1CTXT* ctxt, const ASN1T_DistributionPoint
 // (A tag on a CHOICE is always explicit, hence [0] EXPLICIT.)
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_DistributionPoint& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.cRLIssuerPresent) {
-        asn1E(b, v.cRLIssuer, asn1CtxtConsTag(2));
-    }
-    if (v.m.reasonsPresent) {
-        b.putBitStr(v.reasons, asn1CtxtTag(1));
-    }
-    if (v.m.distributionPointPresent) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.distributionPoint); });
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, optionalExplicitField(v.m.distributionPointPresent, 0, field(v.distributionPoint)),
+        optionalField(v.m.reasonsPresent, field(v.reasons, asn1CtxtTag(1))),
+        optionalField(v.m.cRLIssuerPresent, field(v.cRLIssuer, asn1CtxtConsTag(2))));
 }
 
 int asn1D(BerReader& r, ASN1T_DistributionPoint& v, ASN1TAG tag) {
@@ -107,10 +100,7 @@ int asn1Copy_CRLDistPointsSyntax(ASN1CTXT* ctxt, const ASN1T_CRLDistPointsSyntax
 //                                       accessLocation GeneralName }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AccessDescription& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    asn1E(b, v.accessLocation);
-    b.putOid(v.accessMethod);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.accessMethod), field(v.accessLocation));
 }
 
 int asn1D(BerReader& r, ASN1T_AccessDescription& v, ASN1TAG tag) {

@@ -15,13 +15,8 @@ bool NextIsBitString(BerReader& r, ASN1TAG tag) { return r.nextIs(tag) || r.next
 //                                  issuerUID UniqueIdentifier OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_IssuerSerial& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.issuerUIDPresent) {
-        b.putBitStr(v.issuerUID);
-    }
-    b.putBigInt(v.serial);
-    asn1E(b, v.issuer);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.issuer), bigIntField(v.serial),
+                         optionalField(v.m.issuerUIDPresent, field(v.issuerUID)));
 }
 
 int asn1D(BerReader& r, ASN1T_IssuerSerial& v, ASN1TAG tag) {
@@ -52,14 +47,9 @@ int asn1Copy_IssuerSerial(ASN1CTXT* ctxt, const ASN1T_IssuerSerial& from, ASN1T_
 //        objectDigest BIT STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ObjectDigestInfo& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(v.objectDigest);
-    asn1E(b, v.digestAlgorithm);
-    if (v.m.otherObjectTypeIDPresent) {
-        b.putOid(v.otherObjectTypeID);
-    }
-    b.putEnum(v.digestedObjectType);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, enumField(v.digestedObjectType),
+                         optionalField(v.m.otherObjectTypeIDPresent, field(v.otherObjectTypeID)),
+                         field(v.digestAlgorithm), field(v.objectDigest));
 }
 
 int asn1D(BerReader& r, ASN1T_ObjectDigestInfo& v, ASN1TAG tag) {
@@ -93,17 +83,11 @@ int asn1Copy_ObjectDigestInfo(ASN1CTXT* ctxt, const ASN1T_ObjectDigestInfo& from
 //        objectDigestInfo [2] IMPLICIT ObjectDigestInfo OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Holder& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.objectDigestInfoPresent) {
-        asn1E(b, v.objectDigestInfo, asn1CtxtConsTag(2));
-    }
-    if (v.m.entityNamePresent) {
-        asn1E(b, v.entityName, asn1CtxtConsTag(1));
-    }
-    if (v.m.baseCertificateIDPresent) {
-        asn1E(b, v.baseCertificateID, asn1CtxtConsTag(0));
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag,
+        optionalField(v.m.baseCertificateIDPresent, field(v.baseCertificateID, asn1CtxtConsTag(0))),
+        optionalField(v.m.entityNamePresent, field(v.entityName, asn1CtxtConsTag(1))),
+        optionalField(v.m.objectDigestInfoPresent, field(v.objectDigestInfo, asn1CtxtConsTag(2))));
 }
 
 int asn1D(BerReader& r, ASN1T_Holder& v, ASN1TAG tag) {
@@ -142,17 +126,10 @@ int asn1Copy_Holder(ASN1CTXT* ctxt, const ASN1T_Holder& from, ASN1T_Holder& to) 
 //        objectDigestInfo [1] IMPLICIT ObjectDigestInfo OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_V2Form& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.objectDigestInfoPresent) {
-        asn1E(b, v.objectDigestInfo, asn1CtxtConsTag(1));
-    }
-    if (v.m.baseCertificateIDPresent) {
-        asn1E(b, v.baseCertificateID, asn1CtxtConsTag(0));
-    }
-    if (v.m.issuerNamePresent) {
-        asn1E(b, v.issuerName);
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, optionalField(v.m.issuerNamePresent, field(v.issuerName)),
+        optionalField(v.m.baseCertificateIDPresent, field(v.baseCertificateID, asn1CtxtConsTag(0))),
+        optionalField(v.m.objectDigestInfoPresent, field(v.objectDigestInfo, asn1CtxtConsTag(1))));
 }
 
 int asn1D(BerReader& r, ASN1T_V2Form& v, ASN1TAG tag) {
@@ -191,9 +168,9 @@ int asn1Copy_V2Form(ASN1CTXT* ctxt, const ASN1T_V2Form& from, ASN1T_V2Form& to) 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttCertIssuer& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_AttCertIssuer_v1Form:
-        return asn1E(b, v.v1Form);
+        return writeChoice(b, field(v.v1Form));
     case T_AttCertIssuer_v2Form:
-        return asn1E(b, v.v2Form, asn1CtxtConsTag(0));
+        return writeChoice(b, field(v.v2Form, asn1CtxtConsTag(0)));
     default:
         return b.fail(RTERR_INVPARAM, "AttCertIssuer: unknown choice");
     }
@@ -221,10 +198,8 @@ int asn1Copy_AttCertIssuer(ASN1CTXT* ctxt, const ASN1T_AttCertIssuer& from,
 //                                           notAfterTime GeneralizedTime }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttCertValidityPeriod& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putString(v.notAfterTime, ASN1TAG_GENERALIZEDTIME);
-    b.putString(v.notBeforeTime, ASN1TAG_GENERALIZEDTIME);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, stringField(v.notBeforeTime, ASN1TAG_GENERALIZEDTIME),
+                         stringField(v.notAfterTime, ASN1TAG_GENERALIZEDTIME));
 }
 
 int asn1D(BerReader& r, ASN1T_AttCertValidityPeriod& v, ASN1TAG tag) {
@@ -246,14 +221,9 @@ int asn1Copy_AttCertValidityPeriod(ASN1CTXT* ctxt, const ASN1T_AttCertValidityPe
 // ---- Attribute ::= SEQUENCE { type OBJECT IDENTIFIER, values SET OF AttributeValue }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Attribute& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    const std::size_t setMark = b.getMsgLen();
-    writeList<ASN1OpenType>(b, v.values, [](ASN1BEREncodeBuffer& w, const ASN1OpenType& value) {
-        return w.putOpenType(value);
+    return writeSequence(b, tag, field(v.type), [&](ASN1BEREncodeBuffer& w) {
+        return writeSetOf<ASN1OpenType>(w, v.values, ASN1TAG_SET);
     });
-    b.wrapSetOf(ASN1TAG_SET, setMark);
-    b.putOid(v.type);
-    return b.wrap(tag, mark);
 }
 
 int asn1D(BerReader& r, ASN1T_Attribute& v, ASN1TAG tag) {
@@ -304,21 +274,11 @@ int asn1Copy__SeqOfAttribute(ASN1CTXT* ctxt, const ASN1T__SeqOfAttribute& from,
 //        extensions Extensions OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttributeCertificateInfo& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.extensionsPresent) {
-        asn1E(b, v.extensions);
-    }
-    if (v.m.issuerUniqueIDPresent) {
-        b.putBitStr(v.issuerUniqueID);
-    }
-    asn1E(b, v.attributes);
-    asn1E(b, v.attrCertValidityPeriod);
-    b.putBigInt(v.serialNumber);
-    asn1E(b, v.signature);
-    asn1E(b, v.issuer);
-    asn1E(b, v.holder);
-    b.putInt(v.version);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, intField(v.version), field(v.holder), field(v.issuer),
+                         field(v.signature), bigIntField(v.serialNumber),
+                         field(v.attrCertValidityPeriod), field(v.attributes),
+                         optionalField(v.m.issuerUniqueIDPresent, field(v.issuerUniqueID)),
+                         optionalField(v.m.extensionsPresent, field(v.extensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_AttributeCertificateInfo& v, ASN1TAG tag) {

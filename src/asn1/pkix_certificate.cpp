@@ -9,9 +9,9 @@ using namespace Velmor::Asn1Rt;
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Time& v, ASN1TAG /*tag*/) {
     switch (v.t) {
     case T_Time_utcTime:
-        return b.putString(v.value, ASN1TAG_UTCTIME);
+        return writeChoice(b, stringField(v.value, ASN1TAG_UTCTIME));
     case T_Time_generalTime:
-        return b.putString(v.value, ASN1TAG_GENERALIZEDTIME);
+        return writeChoice(b, stringField(v.value, ASN1TAG_GENERALIZEDTIME));
     default:
         return b.fail(RTERR_INVPARAM, "Time: unknown choice");
     }
@@ -36,10 +36,7 @@ int asn1Copy_Time(ASN1CTXT* ctxt, const ASN1T_Time& from, ASN1T_Time& to) {
 // ---- Validity ::= SEQUENCE { notBefore Time, notAfter Time }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Validity& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    asn1E(b, v.notAfter);
-    asn1E(b, v.notBefore);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.notBefore), field(v.notAfter));
 }
 
 int asn1D(BerReader& r, ASN1T_Validity& v, ASN1TAG tag) {
@@ -61,10 +58,7 @@ int asn1Copy_Validity(ASN1CTXT* ctxt, const ASN1T_Validity& from, ASN1T_Validity
 //                                          subjectPublicKey BIT STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_SubjectPublicKeyInfo& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(v.subjectPublicKey);
-    asn1E(b, v.algorithm);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.algorithm), field(v.subjectPublicKey));
 }
 
 int asn1D(BerReader& r, ASN1T_SubjectPublicKeyInfo& v, ASN1TAG tag) {
@@ -92,26 +86,13 @@ int asn1Copy_SubjectPublicKeyInfo(ASN1CTXT* ctxt, const ASN1T_SubjectPublicKeyIn
 //        extensions [3] EXPLICIT Extensions OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_TBSCertificate& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.extensionsPresent) {
-        writeExplicit(b, 3, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.extensions); });
-    }
-    if (v.m.subjectUniqueIDPresent) {
-        b.putBitStr(v.subjectUniqueID, asn1CtxtTag(2));
-    }
-    if (v.m.issuerUniqueIDPresent) {
-        b.putBitStr(v.issuerUniqueID, asn1CtxtTag(1));
-    }
-    asn1E(b, v.subjectPublicKeyInfo);
-    asn1E(b, v.subject);
-    asn1E(b, v.validity);
-    asn1E(b, v.issuer);
-    asn1E(b, v.signature);
-    b.putBigInt(v.serialNumber);
-    if (v.m.versionPresent && v.version != 0) {
-        writeExplicit(b, 0, [&](ASN1BEREncodeBuffer& w) { w.putInt(v.version); });
-    }
-    return b.wrap(tag, mark);
+    return writeSequence(
+        b, tag, optionalExplicitField(v.m.versionPresent && v.version != 0, 0, intField(v.version)),
+        bigIntField(v.serialNumber), field(v.signature), field(v.issuer), field(v.validity),
+        field(v.subject), field(v.subjectPublicKeyInfo),
+        optionalField(v.m.issuerUniqueIDPresent, field(v.issuerUniqueID, asn1CtxtTag(1))),
+        optionalField(v.m.subjectUniqueIDPresent, field(v.subjectUniqueID, asn1CtxtTag(2))),
+        optionalExplicitField(v.m.extensionsPresent, 3, field(v.extensions)));
 }
 
 int asn1D(BerReader& r, ASN1T_TBSCertificate& v, ASN1TAG tag) {

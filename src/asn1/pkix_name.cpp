@@ -8,12 +8,8 @@ using namespace Velmor::Asn1Rt;
 // ---- AlgorithmIdentifier ::= SEQUENCE { algorithm OBJECT IDENTIFIER, parameters ANY OPTIONAL }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AlgorithmIdentifier& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    if (v.m.parametersPresent) {
-        b.putOpenType(v.parameters);
-    }
-    b.putOid(v.algorithm);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.algorithm),
+                         optionalField(v.m.parametersPresent, field(v.parameters)));
 }
 
 int asn1D(BerReader& r, ASN1T_AlgorithmIdentifier& v, ASN1TAG tag) {
@@ -39,13 +35,10 @@ int asn1Copy_AlgorithmIdentifier(ASN1CTXT* ctxt, const ASN1T_AlgorithmIdentifier
 // ---- AttributeTypeAndValue ::= SEQUENCE { type OBJECT IDENTIFIER, value ANY }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttributeTypeAndValue& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
     if (v.value.numocts == 0) {
         return b.fail(RTERR_INVPARAM, "AttributeTypeAndValue without a value");
     }
-    b.putOpenType(v.value);
-    b.putOid(v.type);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.type), field(v.value));
 }
 
 int asn1D(BerReader& r, ASN1T_AttributeTypeAndValue& v, ASN1TAG tag) {
@@ -68,9 +61,7 @@ int asn1Copy_AttributeTypeAndValue(ASN1CTXT* ctxt, const ASN1T_AttributeTypeAndV
 // Written in DER order (sorted encodings); read in any order, as BER allows.
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_RelativeDistinguishedName& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    writeList<ASN1T_AttributeTypeAndValue>(b, v);
-    return b.wrapSetOf(tag, mark);
+    return writeSetOf<ASN1T_AttributeTypeAndValue>(b, v, tag);
 }
 
 int asn1D(BerReader& r, ASN1T_RelativeDistinguishedName& v, ASN1TAG tag) {
@@ -111,7 +102,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Name& v, ASN1TAG tag) {
     if (v.t != 1) {
         return b.fail(RTERR_INVPARAM, "Name: unknown choice");
     }
-    return asn1E(b, v.rdnSequence, tag);
+    return writeChoice(b, field(v.rdnSequence, tag));
 }
 
 int asn1D(BerReader& r, ASN1T_Name& v, ASN1TAG tag) {
@@ -128,13 +119,8 @@ int asn1Copy_Name(ASN1CTXT* ctxt, const ASN1T_Name& from, ASN1T_Name& to) {
 //                               extnValue OCTET STRING }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Extension& v, ASN1TAG tag) {
-    const std::size_t mark = b.getMsgLen();
-    b.putOctStr(v.extnValue);
-    if (v.critical) {
-        b.putBool(true);
-    }
-    b.putOid(v.extnID);
-    return b.wrap(tag, mark);
+    return writeSequence(b, tag, field(v.extnID), optionalField(v.critical, boolField(true)),
+                         field(v.extnValue));
 }
 
 int asn1D(BerReader& r, ASN1T_Extension& v, ASN1TAG tag) {
@@ -200,18 +186,18 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_GeneralName& v, ASN1TAG /*tag*/) {
         if (v.other.numocts == 0) {
             return b.fail(RTERR_INVPARAM, "GeneralName without its element");
         }
-        return b.putOpenType(v.other);
+        return writeChoice(b, field(v.other));
     }
     if (IsTextGeneralName(v.t)) {
-        return b.putString(v.text, asn1CtxtTag(n));
+        return writeChoice(b, stringField(v.text, asn1CtxtTag(n)));
     }
     switch (v.t) {
     case T_GeneralName_directoryName:
-        return writeExplicit(b, n, [&](ASN1BEREncodeBuffer& w) { asn1E(w, v.directoryName); });
+        return writeChoice(b, explicitField(n, field(v.directoryName)));
     case T_GeneralName_iPAddress:
-        return b.putOctStr(v.iPAddress, asn1CtxtTag(n));
+        return writeChoice(b, field(v.iPAddress, asn1CtxtTag(n)));
     case T_GeneralName_registeredID:
-        return b.putOid(v.registeredID, asn1CtxtTag(n));
+        return writeChoice(b, field(v.registeredID, asn1CtxtTag(n)));
     default:
         return b.fail(RTERR_INVPARAM, "GeneralName: unknown choice");
     }

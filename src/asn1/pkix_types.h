@@ -315,11 +315,8 @@ int writeSigned(ASN1BEREncodeBuffer& b, const ASN1OpenType& raw, const ToBeSigne
     if (raw.numocts != 0) {
         return b.putOpenType(raw);
     }
-    const std::size_t mark = b.getMsgLen();
-    b.putBitStr(signature);
-    asn1E(b, algorithm);
-    asn1E(b, toBeSigned);
-    return b.wrap(tag, mark);
+    using namespace Velmor::Asn1Rt;
+    return writeSequence(b, tag, field(toBeSigned), field(algorithm), field(signature));
 }
 
 template <class ToBeSigned>
