@@ -199,6 +199,11 @@ std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedE
                               }});
     };
 
+    // The signed rows show what a caller pays, not the same work: d2i_OCSP_REQUEST makes an
+    // X509 of each certificate, public key included (on OpenSSL 3.0 through a key decoder
+    // set up per certificate, about a thousand allocations each), while a decoded message
+    // keeps each certificate as its octets. On encode the roles turn: i2d writes the
+    // encoding each X509 kept, while encode() reads every certificate again to write it.
     decodeRequest("request decode, python nonce", pythonNonce);
     decodeRequest("request decode, signed EC 1 cert", signedEc);
     decodeRequest("request decode, signed RSA 2 certs", signedRsa);
