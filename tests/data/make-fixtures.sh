@@ -15,7 +15,8 @@
 #     <name>.key.pem / <name>.key.der private key (PKCS#8, unencrypted)
 #     chain.pem       inter + root;  index.txt  the responder's database for inter
 #   ocsp/             requests written by `openssl ocsp -reqout` and responses written by
-#                     `openssl ocsp` acting as the responder for those requests
+#                     `openssl ocsp` acting as the responder for those requests;
+#                     req-python-nonce.der written by make-python-request.py
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -168,6 +169,9 @@ request req-signed-rsa.der rsa -cert pki/rsa/leaf.pem -nonce \
 request req-signed-ec.der ec -cert pki/ec/leaf.pem -nonce \
     -signer pki/ec/client.pem -signkey pki/ec/client.key.pem
 request req-ec.der ec -sha256 -cert pki/ec/leaf.pem -cert pki/ec/leaf00.pem -nonce
+# The same kind of request as Python's `cryptography` package writes it (needs python3 with
+# that package).
+python3 make-python-request.py
 
 respond resp-good-rsa.der rsa req-nonce.der
 respond resp-plain-rsa.der rsa req-plain.der

@@ -1,0 +1,392 @@
+// Decode and encode of OCSP requests and responses through the installed shared library,
+// against OpenSSL's d2i/i2d on the same bytes, in one process.
+//
+// Each operation is timed in rounds. A round runs a batch of N calls of ours and a batch of
+// N calls of OpenSSL's, back to back, the side that goes first alternating from round to
+// round, so that a slow stretch of the machine falls on both sides alike. The table shows
+// the median time per call of each side over the rounds, their ratio, the spread of the
+// per-round ratios, and heap allocations per call counted in a separate pass.
+//
+// The program uses only the public headers; it is built by bench/shared/CMakeLists.txt
+// against an installed library (bench/run-shared-bench.sh), and by bench/CMakeLists.txt
+// against the static archive, so that the two builds run the same code.
+#include "alloc_counter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <openssl/crypto.h>
+#include <openssl/ocsp.h>
+#include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/blob.h>
+#include <pki/ocsp/cert_id.h>
+#include <pki/ocsp/request_message.h>
+#include <pki/ocsp/response_message.h>
+#include <string>
+#include <vector>
+
+using Velmor::CBlob;
+using Velmor::PKI::OCSP::CRequestMessage;
+using Velmor::PKI::OCSP::CResponseMessage;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace {
+
+// Keeps the compiler from dropping a computation whose result is otherwise unused.
+template <class T> void Keep(const T& value) { asm volatile("" : : "r,m"(value) : "memory"); }
+
+[[noreturn]] void Fail(const std::string& what) {
+    std::fprintf(stderr, "message_bench: %s\n", what.c_str());
+    std::exit(2);
+}
+
+void Require(bool ok, const std::string& what) {
+    if (!ok) {
+        Fail(what);
+    }
+}
+
+Bytes ReadData(const std::string& relative) {
+    const std::string path = std::string(VELMOR_TEST_DATA_DIR) + "/" + relative;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        Fail("cannot read " + path);
+    }
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+Bytes BytesOf(const CBlob& blob) { return Bytes(blob.pbData(), blob.pbData() + blob.cbData()); }
+
+OCSP_REQUEST* OpenSslRequest(const Bytes& der) {
+    const unsigned char* p = der.data();
+    OCSP_REQUEST* request = d2i_OCSP_REQUEST(nullptr, &p, static_cast<long>(der.size()));
+    Require(request != nullptr && p == der.data() + der.size(), "d2i_OCSP_REQUEST");
+    return request;
+}
+
+OCSP_RESPONSE* OpenSslResponse(const Bytes& der) {
+    const unsigned char* p = der.data();
+    OCSP_RESPONSE* response = d2i_OCSP_RESPONSE(nullptr, &p, static_cast<long>(der.size()));
+    Require(response != nullptr && p == der.data() + der.size(), "d2i_OCSP_RESPONSE");
+    return response;
+}
+
+template <class T, class I2d> Bytes OpenSslEncoding(T* value, I2d i2d) {
+    unsigned char* out = nullptr;
+    const int length = i2d(value, &out);
+    Require(length > 0, "i2d");
+    Bytes encoded(out, out + length);
+    OPENSSL_free(out);
+    return encoded;
+}
+
+// Both libraries read the fixture and write back exactly its bytes: otherwise the encode
+// rows would not compare the same output, and a decode that lost a field would look fast.
+void CheckRequestRoundTrip(const std::string& name, const Bytes& der) {
+    CRequestMessage message;
+    message.decode(CBlob(der));
+    Require(BytesOf(message.encode()) == der, name + ": our encoding differs from the input");
+    OCSP_REQUEST* request = OpenSslRequest(der);
+    Require(OpenSslEncoding(request, i2d_OCSP_REQUEST) == der,
+            name + ": OpenSSL's encoding differs from the input");
+    OCSP_REQUEST_free(request);
+}
+
+void CheckResponseRoundTrip(const std::string& name, const Bytes& der) {
+    CResponseMessage message;
+    message.decode(CBlob(der));
+    Require(BytesOf(message.encode()) == der, name + ": our encoding differs from the input");
+    OCSP_RESPONSE* response = OpenSslResponse(der);
+    Require(OpenSslEncoding(response, i2d_OCSP_RESPONSE) == der,
+            name + ": OpenSSL's encoding differs from the input");
+    OCSP_RESPONSE_free(response);
+}
+
+// i2d_OCSP_REQUEST writes a decoded request anew rather than from octets it kept: a changed
+// serial number shows in its output. Otherwise the request encode rows would compare a copy
+// against a real encoding.
+void CheckOpenSslReencodesRequests(const Bytes& der) {
+    OCSP_REQUEST* request = OpenSslRequest(der);
+    ASN1_INTEGER* serial = nullptr;
+    OCSP_id_get0_info(nullptr, nullptr, nullptr, &serial,
+                      OCSP_onereq_get0_id(OCSP_request_onereq_get0(request, 0)));
+    Require(serial != nullptr, "serial number of the first entry");
+    ASN1_INTEGER_set(serial, ASN1_INTEGER_get(serial) == 1 ? 2 : 1);
+    Require(OpenSslEncoding(request, i2d_OCSP_REQUEST) != der,
+            "i2d_OCSP_REQUEST writes a decoded request from its fields");
+    OCSP_REQUEST_free(request);
+}
+
+// Allocations made by body, read from the counter that the executable's malloc keeps.
+template <class F> std::uint64_t AllocationsOf(F&& body) {
+    const std::uint64_t before = velmor_bench::AllocationCount();
+    body();
+    return velmor_bench::AllocationCount() - before;
+}
+
+// The counter sees allocations made inside the shared library (operator new there goes to
+// libstdc++, which calls the executable's malloc) and inside OpenSSL (CRYPTO_malloc calls
+// malloc). A counter that saw neither would report zero for both sides.
+void CheckAllocationCounter(const Bytes& request) {
+    const auto ours = AllocationsOf([] {
+        CRequestMessage message;
+        Keep(message.get_version());
+    });
+    Require(ours >= 1, "constructing a CRequestMessage counted no allocation: the counter does "
+                       "not see the library's allocations");
+    const auto theirs = AllocationsOf([&] { OCSP_REQUEST_free(OpenSslRequest(request)); });
+    Require(theirs >= 1, "d2i_OCSP_REQUEST counted no allocation: the counter does not see "
+                         "OpenSSL's allocations");
+}
+
+// One row of the table: two batch runners, each making n calls of its side.
+struct Operation {
+    std::string name;
+    std::function<void(std::size_t)> ours;
+    std::function<void(std::size_t)> openssl;
+};
+
+std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedEc,
+                                  const Bytes& signedRsa, const Bytes& response) {
+    std::vector<Operation> operations;
+
+    // Decode into a new object per call, as a caller that does not reuse one pays.
+    const auto decodeRequest = [&](const char* name, const Bytes& der) {
+        operations.push_back({name,
+                              [blob = CBlob(der)](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      CRequestMessage message;
+                                      message.decode(blob);
+                                      Keep(message.get_requestList().size());
+                                  }
+                              },
+                              [&der](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      const unsigned char* p = der.data();
+                                      OCSP_REQUEST* request = d2i_OCSP_REQUEST(
+                                          nullptr, &p, static_cast<long>(der.size()));
+                                      Keep(request);
+                                      OCSP_REQUEST_free(request);
+                                  }
+                              }});
+    };
+    // Encode of an object decoded once from the fixture.
+    const auto encodeRequest = [&](const char* name, const Bytes& der) {
+        auto message = std::make_shared<CRequestMessage>();
+        message->decode(CBlob(der));
+        std::shared_ptr<OCSP_REQUEST> request(OpenSslRequest(der), OCSP_REQUEST_free);
+        operations.push_back({name,
+                              [message](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      CBlob encoded = message->encode();
+                                      Keep(encoded.pbData());
+                                  }
+                              },
+                              [request](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      unsigned char* out = nullptr;
+                                      const int length = i2d_OCSP_REQUEST(request.get(), &out);
+                                      Keep(length);
+                                      OPENSSL_free(out);
+                                  }
+                              }});
+    };
+
+    // The signed rows show what a caller pays, not the same work: d2i_OCSP_REQUEST makes an
+    // X509 of each certificate, public key included (on OpenSSL 3.0 through a key decoder
+    // set up per certificate, about a thousand allocations each), while a decoded message
+    // keeps each certificate as its octets. On encode the roles turn: i2d writes the
+    // encoding each X509 kept, while encode() reads every certificate again to write it.
+    decodeRequest("request decode, python nonce", pythonNonce);
+    decodeRequest("request decode, signed EC 1 cert", signedEc);
+    decodeRequest("request decode, signed RSA 2 certs", signedRsa);
+    encodeRequest("request encode, python nonce", pythonNonce);
+    encodeRequest("request encode, signed EC 1 cert", signedEc);
+    encodeRequest("request encode, signed RSA 2 certs", signedRsa);
+
+    operations.push_back({"response decode, good RSA",
+                          [blob = CBlob(response)](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  CResponseMessage message;
+                                  message.decode(blob);
+                                  Keep(message.get_response());
+                              }
+                          },
+                          [&response](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  const unsigned char* p = response.data();
+                                  OCSP_RESPONSE* decoded = d2i_OCSP_RESPONSE(
+                                      nullptr, &p, static_cast<long>(response.size()));
+                                  Keep(decoded);
+                                  OCSP_RESPONSE_free(decoded);
+                              }
+                          }});
+    auto message = std::make_shared<CResponseMessage>();
+    message->decode(CBlob(response));
+    std::shared_ptr<OCSP_RESPONSE> decoded(OpenSslResponse(response), OCSP_RESPONSE_free);
+    operations.push_back({"response encode, good RSA",
+                          [message](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  CBlob encoded = message->encode();
+                                  Keep(encoded.pbData());
+                              }
+                          },
+                          [decoded](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  unsigned char* out = nullptr;
+                                  const int length = i2d_OCSP_RESPONSE(decoded.get(), &out);
+                                  Keep(length);
+                                  OPENSSL_free(out);
+                              }
+                          }});
+    return operations;
+}
+
+struct Settings {
+    int rounds = 21;
+    double batchMicroseconds = 2000;
+    std::string filter;
+    // When not zero: each selected operation makes this many calls per side, untimed, for
+    // a profiler (perf record, callgrind) to look at.
+    std::size_t profileCalls = 0;
+};
+
+Settings ParseArguments(int argc, char** argv) {
+    Settings settings;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        const auto value = [&](const char* prefix) -> const char* {
+            const std::size_t length = std::strlen(prefix);
+            return argument.compare(0, length, prefix) == 0 ? argv[i] + length : nullptr;
+        };
+        if (const char* v = value("--rounds=")) {
+            settings.rounds = std::atoi(v);
+        } else if (const char* v = value("--batch-us=")) {
+            settings.batchMicroseconds = std::atof(v);
+        } else if (const char* v = value("--filter=")) {
+            settings.filter = v;
+        } else if (const char* v = value("--profile-calls=")) {
+            settings.profileCalls = std::strtoull(v, nullptr, 10);
+        } else {
+            std::fprintf(stderr,
+                         "usage: %s [--rounds=N] [--batch-us=MICROSECONDS] [--filter=TEXT]\n"
+                         "          [--profile-calls=N]\n"
+                         "  rounds of one batch per side (default 21), the length of our batch\n"
+                         "  (default 2000 us), only the operations whose name has TEXT, and\n"
+                         "  instead of timing, N calls of each side to profile\n",
+                         argv[0]);
+            std::exit(1);
+        }
+    }
+    Require(settings.rounds >= 1 && settings.batchMicroseconds > 0, "bad arguments");
+    return settings;
+}
+
+double Seconds(const std::function<void(std::size_t)>& run, std::size_t n) {
+    const auto start = std::chrono::steady_clock::now();
+    run(n);
+    const auto stop = std::chrono::steady_clock::now();
+    return std::chrono::duration<double>(stop - start).count();
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double Quantile(std::vector<double> values, double q) {
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+void Measure(const Operation& operation, const Settings& settings) {
+    // The batch size: calls of ours that take about the batch time; OpenSSL makes as many.
+    std::size_t n = 1;
+    while (Seconds(operation.ours, n) < settings.batchMicroseconds * 1e-6 && n < (1u << 30)) {
+        n *= 2;
+    }
+    Seconds(operation.openssl, n); // warm-up of the other side
+
+    std::vector<double> ours;
+    std::vector<double> theirs;
+    std::vector<double> ratios;
+    for (int round = 0; round < settings.rounds; ++round) {
+        double a = 0;
+        double b = 0;
+        if (round % 2 == 0) {
+            a = Seconds(operation.ours, n);
+            b = Seconds(operation.openssl, n);
+        } else {
+            b = Seconds(operation.openssl, n);
+            a = Seconds(operation.ours, n);
+        }
+        ours.push_back(a * 1e9 / static_cast<double>(n));
+        theirs.push_back(b * 1e9 / static_cast<double>(n));
+        ratios.push_back(b / a);
+    }
+
+    constexpr std::size_t kCounted = 1000;
+    const double oursAllocations =
+        static_cast<double>(AllocationsOf([&] { operation.ours(kCounted); })) / kCounted;
+    const double theirAllocations =
+        static_cast<double>(AllocationsOf([&] { operation.openssl(kCounted); })) / kCounted;
+
+    const double oursNs = Median(ours);
+    const double theirNs = Median(theirs);
+    std::printf("%-36s %10.1f %10.1f %7.2fx  %5.2f-%-5.2f %7.1f %7.1f\n", operation.name.c_str(),
+                oursNs, theirNs, theirNs / oursNs, Quantile(ratios, 0.25), Quantile(ratios, 0.75),
+                oursAllocations, theirAllocations);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Settings settings = ParseArguments(argc, argv);
+    try {
+        const Bytes pythonNonce = ReadData("ocsp/req-python-nonce.der");
+        const Bytes signedEc = ReadData("ocsp/req-signed-ec.der");
+        const Bytes signedRsa = ReadData("ocsp/req-signed-rsa.der");
+        const Bytes response = ReadData("ocsp/resp-good-rsa.der");
+
+        CheckAllocationCounter(pythonNonce);
+        CheckRequestRoundTrip("req-python-nonce.der", pythonNonce);
+        CheckRequestRoundTrip("req-signed-ec.der", signedEc);
+        CheckRequestRoundTrip("req-signed-rsa.der", signedRsa);
+        CheckResponseRoundTrip("resp-good-rsa.der", response);
+        CheckOpenSslReencodesRequests(pythonNonce);
+        CheckOpenSslReencodesRequests(signedEc);
+
+        if (settings.profileCalls == 0) {
+            std::printf("%d rounds; per call: median ns of each side, speedup = OpenSSL / ours, "
+                        "p25-p75 of the per-round speedups, heap allocations\n\n",
+                        settings.rounds);
+            std::printf("%-36s %10s %10s %8s  %-11s %7s %7s\n", "operation", "ours ns",
+                        "openssl ns", "speedup", "p25-p75", "allocs", "allocs");
+            std::printf("%-36s %10s %10s %8s  %-11s %7s %7s\n", "", "", "", "", "", "ours",
+                        "openssl");
+        }
+        for (const Operation& operation : Operations(pythonNonce, signedEc, signedRsa, response)) {
+            if (operation.name.find(settings.filter) == std::string::npos) {
+                continue;
+            }
+            if (settings.profileCalls != 0) {
+                operation.ours(settings.profileCalls);
+                operation.openssl(settings.profileCalls);
+            } else {
+                Measure(operation, settings);
+            }
+        }
+    } catch (const ATL::CAtlException& e) {
+        Fail("the library threw HRESULT " + std::to_string(static_cast<unsigned long>(e.m_hr)));
+    }
+    return 0;
+}
