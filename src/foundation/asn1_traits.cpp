@@ -379,8 +379,14 @@ void ASN1T__SeqOfCertificate_traits::set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate
                                          const CBlobList& value) {
     rtDListInit(&out);
     for (const CBlob& certificate : value) {
-        Velmor::Codec::DecodeInto(ctxt, certificate, AppendNew<ASN1T_Certificate>(ctxt, out),
-                                  asn1Copy_Certificate);
+        // A certificate is written from the octets it is kept in, so only those are copied
+        // into ctxt; decoding it first refuses a blob that is not one.
+        ASN1BERDecodeBuffer buffer(certificate.pbData(), certificate.cbData());
+        ASN1T_Certificate decoded;
+        Velmor::Codec::Decode(buffer, decoded);
+        auto& element = AppendNew<ASN1T_Certificate>(ctxt, out);
+        element.raw.data = CopyBytes(ctxt, decoded.raw.data, decoded.raw.numocts);
+        element.raw.numocts = decoded.raw.numocts;
     }
 }
 
