@@ -21,16 +21,6 @@ bool BerReader::overrun() noexcept {
     return fail(inputBound_ ? RTERR_ENDOFBUF : RTERR_INVLEN, "element overruns its parent");
 }
 
-// True when the next two octets are end-of-contents octets of an indefinite length.
-bool BerReader::atEoc() const noexcept {
-    return indefinite_ && size_ - pos_ >= 2 && data_[pos_] == 0 && data_[pos_ + 1] == 0;
-}
-
-// True when no element follows before this reader's end.
-bool BerReader::atEnd() const noexcept { return pos_ >= size_ || atEoc(); }
-
-bool BerReader::more() noexcept { return live() && !atEnd(); }
-
 // Parses identifier octets at 'at', advancing it. High tag numbers must be minimal, at
 // least 31 and fit 29 bits.
 bool BerReader::parseTag(std::size_t& at, ASN1TAG& tag) noexcept {
@@ -228,7 +218,7 @@ bool BerReader::nextElement(ASN1TAG tag, bool anyForm, ElementHeader& h,
     return true;
 }
 
-bool BerReader::enter(ASN1TAG tag, BerReader& child, const char* name) noexcept {
+bool BerReader::enterGeneral(ASN1TAG tag, BerReader& child, const char* name) noexcept {
     child = BerReader();
     child.ctxt_ = ctxt_;
     child.name_ = name != nullptr ? name : name_;
@@ -257,7 +247,7 @@ bool BerReader::enter(ASN1TAG tag, BerReader& child, const char* name) noexcept 
     return true;
 }
 
-bool BerReader::leave(BerReader& child) noexcept {
+bool BerReader::leaveGeneral(BerReader& child) noexcept {
     if (!live()) {
         return false;
     }

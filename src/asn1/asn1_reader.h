@@ -51,12 +51,15 @@ class BerReader {
 
     // True when another element follows before this reader's end (the end of its octets,
     // or the end-of-contents octets of an indefinite length). False after a failure.
-    bool more() noexcept;
+    bool more() noexcept { return live() && pos_ < size_ && !atEoc(); }
     // Tag of the next element, or 0 at the end or after a failure. A malformed identifier
     // fails the decode.
     ASN1TAG peekTag() noexcept;
     // True when the next element carries tag (for OPTIONAL fields and CHOICEs).
-    bool nextIs(ASN1TAG tag) noexcept { return more() && peekTag() == tag; }
+    bool nextIs(ASN1TAG tag) noexcept {
+        std::size_t len = 0;
+        return nextIsShort(shortIdentifier(tag), len) || (more() && peekTag() == tag);
+    }
     // As nextIs, with either value of the constructed bit (strings may come in BER's
     // constructed form, so an OPTIONAL [n] IMPLICIT OCTET STRING is tested with this).
     bool nextIsAnyForm(ASN1TAG tag) noexcept {
@@ -70,10 +73,25 @@ class BerReader {
 
     // Consumes the next element, which must carry tag, and binds child to its contents;
     // name labels failures inside it. Constructed tags only may have indefinite lengths.
-    bool enter(ASN1TAG tag, BerReader& child, const char* name = nullptr) noexcept;
+    bool enter(ASN1TAG tag, BerReader& child, const char* name = nullptr) noexcept {
+        std::size_t len = 0;
+        if (depth_ < kMaxDepth && nextIsShort(shortIdentifier(tag), len)) {
+            child.bindDefinite(*this, pos_ + 2, len, name);
+            pos_ += 2 + len;
+            return true;
+        }
+        return enterGeneral(tag, child, name);
+    }
     // Closes child: a definite one must be fully read (else RTERR_TRAILING); an indefinite
     // one must stand at its end-of-contents octets, which are consumed.
-    bool leave(BerReader& child) noexcept;
+    bool leave(BerReader& child) noexcept {
+        const bool fullyRead = !child.indefinite_ && child.pos_ == child.size_;
+        if (fullyRead && live() && child.ctxt_ == ctxt_ && child.depth_ == depth_ + 1 &&
+            child.origin_ + child.size_ == offset()) {
+            return true;
+        }
+        return leaveGeneral(child);
+    }
     // Consumes the next element whatever it is (indefinite ones are walked to their end).
     bool skip() noexcept;
     // Consumes the next element and keeps all its octets, verbatim, as an open type.
@@ -109,10 +127,47 @@ class BerReader {
   private:
     struct Gather;
 
+    // The one-octet identifier of tag, or 0 when tag needs the high tag form.
+    static constexpr ASN1OCTET shortIdentifier(ASN1TAG tag) noexcept {
+        const ASN1TAG number = tag & TM_IDCODE_MASK;
+        return number == 0 || number >= 31 ? 0
+                                           : static_cast<ASN1OCTET>(((tag >> 24) & 0xE0) | number);
+    }
+    // The common form of an element, read without the general parser: when the reader is
+    // live and the next element has identifier id (not 0) and a one-octet definite length
+    // that fits, sets len to that length and returns true. Otherwise returns false and
+    // changes nothing; the general path then decides, as it would have for this element.
+    bool nextIsShort(ASN1OCTET id, std::size_t& len) const noexcept {
+        if (id == 0 || !live() || size_ - pos_ < 2 || data_[pos_] != id) {
+            return false;
+        }
+        len = data_[pos_ + 1];
+        return len < 0x80 && len <= size_ - pos_ - 2;
+    }
+    // Binds this reader to the definite-length contents of len octets at parent's start.
+    void bindDefinite(const BerReader& parent, std::size_t start, std::size_t len,
+                      const char* name) noexcept {
+        ctxt_ = parent.ctxt_;
+        data_ = parent.data_ + start;
+        size_ = len;
+        pos_ = 0;
+        origin_ = parent.origin_ + start;
+        name_ = name != nullptr ? name : parent.name_;
+        depth_ = parent.depth_ + 1;
+        indefinite_ = false;
+        inputBound_ = false;
+    }
+    bool enterGeneral(ASN1TAG tag, BerReader& child, const char* name) noexcept;
+    bool leaveGeneral(BerReader& child) noexcept;
+
     bool live() const noexcept { return ok(); }
     bool overrun() noexcept;
-    bool atEoc() const noexcept;
-    bool atEnd() const noexcept;
+    // True when the next two octets are end-of-contents octets of an indefinite length.
+    bool atEoc() const noexcept {
+        return indefinite_ && size_ - pos_ >= 2 && data_[pos_] == 0 && data_[pos_ + 1] == 0;
+    }
+    // True when no element follows before this reader's end.
+    bool atEnd() const noexcept { return pos_ >= size_ || atEoc(); }
     bool parseHeader(std::size_t at, ElementHeader& header) noexcept;
     bool parseTag(std::size_t& at, ASN1TAG& tag) noexcept;
     bool parseLength(std::size_t& at, bool constructed, ElementHeader& header) noexcept;
@@ -123,7 +178,18 @@ class BerReader {
     bool readStringBytes(ASN1TAG tag, ASN1TDynOctStr& value) noexcept;
     bool readSmallInt(OSINT32& value, ASN1TAG tag, const char* what) noexcept;
     bool takePrimitive(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
-                       std::size_t& size) noexcept;
+                       std::size_t& size) noexcept {
+        std::size_t len = 0;
+        if ((tag & TM_CONS) == 0 && nextIsShort(shortIdentifier(tag), len)) {
+            data = data_ + pos_ + 2;
+            size = len;
+            pos_ += 2 + len;
+            return true;
+        }
+        return takePrimitiveGeneral(tag, what, data, size);
+    }
+    bool takePrimitiveGeneral(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
+                              std::size_t& size) noexcept;
 
     ASN1CTXT* ctxt_ = nullptr;
     const ASN1OCTET* data_ = nullptr;

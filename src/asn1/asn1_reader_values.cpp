@@ -28,8 +28,8 @@ struct BerReader::Gather {
     int lastUnused = -1; // unused-bit count of the latest BIT STRING segment; -1 for none
 };
 
-bool BerReader::takePrimitive(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
-                              std::size_t& size) noexcept {
+bool BerReader::takePrimitiveGeneral(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
+                                     std::size_t& size) noexcept {
     ElementHeader h;
     if (!nextElement(tag, false, h, what)) {
         return false;
@@ -198,6 +198,13 @@ bool BerReader::readConstructed(Gather& g, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readOctStr(ASN1TDynOctStr& value, ASN1TAG tag) noexcept {
+    std::size_t len = 0;
+    if (nextIsShort(shortIdentifier(tag & ~TM_CONS), len)) {
+        value.numocts = static_cast<OSUINT32>(len);
+        value.data = data_ + pos_ + 2;
+        pos_ += 2 + len;
+        return true;
+    }
     ElementHeader h;
     if (!nextElement(tag, true, h, "OCTET STRING")) {
         return false;

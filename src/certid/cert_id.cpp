@@ -18,7 +18,6 @@ void SetOctets(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value) {
     out.data = Codec::CopyBytes(ctxt, value.pbData(), value.cbData());
 }
 
-CBlob OctetsOf(const ASN1TDynOctStr& in) { return CBlob(in.data, in.numocts); }
 } // namespace
 
 void ASN1T_CertID_traits::set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& value) {
@@ -29,12 +28,10 @@ void ASN1T_CertID_traits::set(ASN1CTXT* ctxt, ASN1T_CertID& out, const CCertID& 
 }
 
 void ASN1T_CertID_traits::get(const ASN1T_CertID& in, CCertID& value) {
-    CAlgorithmIdentifier hashAlgorithm;
-    ASN1T_AlgorithmIdentifier_traits::get(in.hashAlgorithm, hashAlgorithm);
-    CBigInteger serialNumber;
-    ASN1TDynBigInt_traits::get(in.serialNumber, serialNumber);
-    value = CCertID(std::move(hashAlgorithm), OctetsOf(in.issuerNameHash),
-                    OctetsOf(in.issuerKeyHash), std::move(serialNumber));
+    ASN1T_AlgorithmIdentifier_traits::get(in.hashAlgorithm, value.m_hashAlgorithm);
+    value.m_issuerNameHash.assign(in.issuerNameHash.data, in.issuerNameHash.numocts);
+    value.m_issuerKeyHash.assign(in.issuerKeyHash.data, in.issuerKeyHash.numocts);
+    ASN1TDynBigInt_traits::get(in.serialNumber, value.m_serialNumber);
 }
 
 CCertID::CCertID() = default;
@@ -69,8 +66,10 @@ CCertID::~CCertID() = default;
 CBlob CCertID::encode() const { return Codec::EncodeWith<ASN1T_CertID_traits>(*this); }
 
 void CCertID::decode(const CBlob& encoded) {
-    // The whole value is converted before any field changes.
-    Codec::DecodeWith<ASN1T_CertID_traits>(encoded, *this);
+    // Converted into a fresh CertID, which then replaces this one: nothing changes on failure.
+    CCertID decoded;
+    Codec::DecodeWith<ASN1T_CertID_traits>(encoded, decoded);
+    *this = std::move(decoded);
 }
 
 const CAlgorithmIdentifier& CCertID::get_hashAlgorithm() const noexcept { return m_hashAlgorithm; }

@@ -25,9 +25,12 @@ class CReqCert::Impl {
 
 class Impl_CertID final : public CReqCert::Impl {
   public:
+    Impl_CertID() = default;
     explicit Impl_CertID(const CCertID& certID) : m_certID(certID) {}
     explicit Impl_CertID(CCertID&& certID) noexcept : m_certID(std::move(certID)) {}
     const CCertID* get_certID() const override { return &m_certID; }
+    // The CertID, for a converter that fills a fresh alternative in place.
+    CCertID& value() noexcept { return m_certID; }
     Impl* clone() const override { return new Impl_CertID(*this); }
 
   private:
@@ -49,10 +52,12 @@ class Impl_FullCertificate final : public CReqCert::Impl {
 
 class Impl_CertIdWithSignature final : public CReqCert::Impl {
   public:
+    Impl_CertIdWithSignature() = default;
     explicit Impl_CertIdWithSignature(const CCertIdWithSignature& value) : m_value(value) {}
     explicit Impl_CertIdWithSignature(CCertIdWithSignature&& value) noexcept
         : m_value(std::move(value)) {}
     const CCertIdWithSignature* get_certIdWithSignature() const override { return &m_value; }
+    CCertIdWithSignature& value() noexcept { return m_value; }
     Impl* clone() const override { return new Impl_CertIdWithSignature(*this); }
 
   private:

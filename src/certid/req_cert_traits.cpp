@@ -3,6 +3,7 @@
 #include "certid/req_cert_impl.h"
 #include "foundation/codec_frame.h"
 
+#include <memory>
 #include <pki/ocsp/atl_exception.h>
 
 namespace Velmor::PKI::OCSP {
@@ -64,11 +65,12 @@ void ASN1T_ReqCert_traits::set(ASN1CTXT* ctxt, ASN1T_ReqCert& out, const CReqCer
 
 namespace {
 
-template <class Alternative, class Value, class Traits, class In>
+// A fresh alternative, converted in place; nothing is kept when the conversion throws.
+template <class Alternative, class Traits, class In>
 CReqCert::Impl* ConvertedAlternative(const In& in) {
-    Value value;
-    Traits::get(in, value);
-    return new Alternative(std::move(value));
+    auto alternative = std::make_unique<Alternative>();
+    Traits::get(in, alternative->value());
+    return alternative.release();
 }
 
 } // namespace
@@ -77,16 +79,15 @@ void ASN1T_ReqCert_traits::get(const ASN1T_ReqCert& in, CReqCert& value) {
     // Each alternative is converted completely before the reference changes.
     switch (in.t) {
     case T_ReqCert_certID:
-        value =
-            CReqCert(ConvertedAlternative<Impl_CertID, CCertID, ASN1T_CertID_traits>(*in.u.certID));
+        value = CReqCert(ConvertedAlternative<Impl_CertID, ASN1T_CertID_traits>(*in.u.certID));
         break;
     case T_ReqCert_fullCertificate:
         value = FullCertificateOf(*in.u.fullCertificate);
         break;
     case T_ReqCert_certIdWithSignature:
         value = CReqCert(
-            ConvertedAlternative<Impl_CertIdWithSignature, CCertIdWithSignature,
-                                 ASN1T_CertIdWithSignature_traits>(*in.u.certIdWithSignature));
+            ConvertedAlternative<Impl_CertIdWithSignature, ASN1T_CertIdWithSignature_traits>(
+                *in.u.certIdWithSignature));
         break;
     default:
         break;

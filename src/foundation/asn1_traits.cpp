@@ -125,6 +125,9 @@ namespace {
 // for contents that are not one. The text is built in storage the thread keeps, so that the
 // callers, which copy it at once, need no allocation of their own.
 const char* OidText(const ASN1OBJID& in) {
+    if (const char* known = Velmor::Codec::KnownOidText(in.data, in.numocts)) {
+        return known;
+    }
     thread_local std::string dotted;
     dotted.clear();
     if (!Velmor::Codec::OidContentsToText(in.data, in.numocts, dotted)) {

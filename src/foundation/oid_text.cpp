@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace Velmor::Codec {
@@ -153,7 +154,35 @@ void AppendSubidentifier(const std::uint8_t* data, std::size_t size, bool first,
 
 } // namespace
 
+namespace {
+
+struct KnownOid {
+    std::string_view contents;
+    std::string_view text;
+};
+
+// The OIDs that nearly every OCSP message carries, whose text is looked up rather than
+// computed: the response type, the nonce, the usual hashes, signature and key algorithms.
+constexpr KnownOid kKnownOids[] = {
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x01", "1.3.6.1.5.5.7.48.1.1"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x02", "1.3.6.1.5.5.7.48.1.2"},
+    {"\x2b\x0e\x03\x02\x1a", "1.3.14.3.2.26"},
+    {"\x60\x86\x48\x01\x65\x03\x04\x02\x01", "2.16.840.1.101.3.4.2.1"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01", "1.2.840.113549.1.1.1"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0b", "1.2.840.113549.1.1.11"},
+    {"\x2a\x86\x48\xce\x3d\x02\x01", "1.2.840.10045.2.1"},
+    {"\x2a\x86\x48\xce\x3d\x04\x03\x02", "1.2.840.10045.4.3.2"},
+};
+
+} // namespace
+
 std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
+    for (const KnownOid& known : kKnownOids) {
+        if (known.text == text) {
+            std::memcpy(out, known.contents.data(), known.contents.size());
+            return known.contents.size();
+        }
+    }
     constexpr std::size_t kMaxArcs = 128;
     std::size_t count = 0;
     std::size_t written = 0;
@@ -186,35 +215,20 @@ std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
     }
 }
 
-namespace {
-
-struct KnownOid {
-    std::string_view contents;
-    std::string_view text;
-};
-
-// The OIDs that nearly every OCSP message carries, whose text is looked up rather than
-// computed: the response type, the nonce, the usual hashes, signature and key algorithms.
-constexpr KnownOid kKnownOids[] = {
-    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x01", "1.3.6.1.5.5.7.48.1.1"},
-    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x02", "1.3.6.1.5.5.7.48.1.2"},
-    {"\x2b\x0e\x03\x02\x1a", "1.3.14.3.2.26"},
-    {"\x60\x86\x48\x01\x65\x03\x04\x02\x01", "2.16.840.1.101.3.4.2.1"},
-    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01", "1.2.840.113549.1.1.1"},
-    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0b", "1.2.840.113549.1.1.11"},
-    {"\x2a\x86\x48\xce\x3d\x02\x01", "1.2.840.10045.2.1"},
-    {"\x2a\x86\x48\xce\x3d\x04\x03\x02", "1.2.840.10045.4.3.2"},
-};
-
-} // namespace
-
-bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out) {
+const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept {
     const std::string_view contents(reinterpret_cast<const char*>(data), size);
     for (const KnownOid& known : kKnownOids) {
         if (known.contents == contents) {
-            out += known.text;
-            return true;
+            return known.text.data();
         }
+    }
+    return nullptr;
+}
+
+bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out) {
+    if (const char* known = KnownOidText(data, size)) {
+        out += known;
+        return true;
     }
     if (size == 0 || (data[size - 1] & 0x80) != 0) {
         return false;

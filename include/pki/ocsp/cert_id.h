@@ -52,6 +52,8 @@ class VELMOR_OCSP_API CCertID {
     void put_serialNumber(const ASN1::CBigInteger& serialNumber);
 
   private:
+    friend struct ASN1T_CertID_traits; // the library's decoder fills the fields in place
+
     ASN1::CAlgorithmIdentifier m_hashAlgorithm;
     CBlob m_issuerNameHash;
     CBlob m_issuerKeyHash;
