@@ -103,12 +103,14 @@ void SetSerialNumber(CertificateRecord& record, const ASN1TDynBigInt& serial) {
 // A UTCTime or GeneralizedTime as a FILETIME; false when the text is not a time.
 bool ToFileTime(const ASN1T_Time& time, FILETIME& out) {
     const std::string_view value = time.value != nullptr ? time.value : "";
-    std::string text;
+    // RFC 5280: a UTCTime's two-digit years 50-99 are 19xx, 00-49 are 20xx.
+    std::string_view century;
     if (time.t == T_Time_utcTime) {
-        // RFC 5280: two-digit years 50-99 are 19xx, 00-49 are 20xx.
-        text = value.size() >= 2 && value.substr(0, 2) >= "50" ? "19" : "20";
+        century = value.size() >= 2 && value.substr(0, 2) >= "50" ? "19" : "20";
     }
-    text += value;
+    std::string text;
+    text.reserve(century.size() + value.size());
+    text.append(century).append(value);
     CDateTime parsed;
     if (!CDateTime::TryParseGeneralizedTime(text.c_str(), parsed)) {
         return false;

@@ -14,7 +14,7 @@
 
 namespace Velmor::PKI::OCSP {
 
-struct CSingleRequest::Data {
+struct VELMOR_OCSP_LOCAL CSingleRequest::Data {
     CReqCert reqCert;
     std::unique_ptr<ASN1::CExtensions> singleRequestExtensions;
 
@@ -26,7 +26,7 @@ struct CSingleRequest::Data {
           singleRequestExtensions(Detail::CopyOf(other.singleRequestExtensions.get())) {}
 };
 
-struct CRequestMessage::Data {
+struct VELMOR_OCSP_LOCAL CRequestMessage::Data {
     Version version = v1;
     CSingleRequestList requestList;
     std::unique_ptr<CBlob> requestorName;
