@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
+#include <string>
 
 using namespace Velmor::Win32;
 
@@ -18,6 +19,9 @@ void ThrowFailure(const ASN1MessageBuffer& buffer, int status) {
     t_lastFailure.status = ctxt->status != ASN_OK ? ctxt->status : status;
     t_lastFailure.offset = ctxt->errOffset;
     std::strncpy(t_lastFailure.detail, rtErrDetail(ctxt), sizeof t_lastFailure.detail - 1);
+    VELMOR_TRACE(1, "codec",
+                 std::string(buffer.isEncoding() ? "encode" : "decode") +
+                     " failed: CRYPT_E_ASN1_INTERNAL (0x80093101): " + t_lastFailure.detail);
     ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
 }
 

@@ -7,8 +7,10 @@
 
 #include "asn1/asn1_runtime.h"
 
+#include "trace/trace_facility.h"
 #include <cstddef>
 #include <pki/ocsp/blob.h>
+#include <string>
 
 namespace Velmor::Codec {
 
@@ -84,6 +86,7 @@ void Decode(ASN1BERDecodeBuffer& buffer, T& value, OnEmpty onEmpty = OnEmpty::Ma
     if (status < 0) {
         ThrowFailure(buffer, status);
     }
+    VELMOR_TRACE(4, "codec", "decoded " + std::to_string(buffer.getBufLen()) + " octets");
 }
 
 // The DER of value as a new blob. value's views may point into buffer's arena. Throws
@@ -93,6 +96,7 @@ template <class T> CBlob Encode(ASN1BEREncodeBuffer& buffer, const T& value) {
     if (status <= 0) {
         ThrowFailure(buffer, status);
     }
+    VELMOR_TRACE(4, "codec", "encoded " + std::to_string(status) + " octets");
     return CBlob(buffer.getMsgPtr(), static_cast<unsigned long>(status));
 }
 
