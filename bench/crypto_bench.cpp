@@ -1,7 +1,10 @@
 // The CryptoAPI layer against bare OpenSSL: HashBlob (a provider search, a hash object and
 // its value per call) against EVP_Digest of the same bytes, and CryptVerifySignatureA
-// against EVP_PKEY_verify with the fixture RSA-2048 and P-256 keys. A last pair measures a
-// whole verification from a certificate, as the response and request verification do it.
+// against EVP_PKEY_verify with the fixture RSA-2048 and P-256 keys. A pair measures a whole
+// verification from a certificate, as the response and request verification do it, and the
+// last pair CRequestMessage::verify of a signed fixture request, given its signer's
+// certificate, against EVP_DigestVerify of the same to-be-signed octets with a key made
+// beforehand: what the message class adds to a bare signature check.
 #include "bench_support.h"
 #include "certid/algorithm_lookup.h"
 #include "platform/crypt_api.h"
@@ -9,9 +12,11 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <openssl/asn1.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <pki/ocsp/request_message.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -215,6 +220,96 @@ void VerifyFromCertificate_OpenSSL(benchmark::State& state, const Signer& (*sign
     }
 }
 
+// One DER element inside bytes: where its header starts, where its contents start and where
+// it ends.
+struct Element {
+    std::size_t start = 0;
+    std::size_t contents = 0;
+    std::size_t end = 0;
+};
+
+Element ElementAt(const Bytes& bytes, std::size_t start) {
+    const unsigned char* p = bytes.data() + start;
+    long length = 0;
+    int tag = 0;
+    int tagClass = 0;
+    const int flags =
+        ASN1_get_object(&p, &length, &tag, &tagClass, static_cast<long>(bytes.size() - start));
+    Require((flags & 0x80) == 0, "a DER element of the signed request");
+    const auto contents = static_cast<std::size_t>(p - bytes.data());
+    return {start, contents, contents + static_cast<std::size_t>(length)};
+}
+
+// A signed fixture request: its DER, its signer's certificate, the to-be-signed octets and
+// the signature in wire order, taken from the DER (OCSPRequest: tbsRequest, [0] Signature:
+// algorithm, BIT STRING).
+struct SignedRequest {
+    SignedRequest(const char* request, const char* signer) {
+        der = velmor_bench::ReadData(std::string("ocsp/") + request);
+        certificate = velmor_bench::ReadData(std::string("pki/") + signer);
+        const Element outer = ElementAt(der, 0);
+        const Element tbsElement = ElementAt(der, outer.contents);
+        tbs.assign(der.begin() + static_cast<std::ptrdiff_t>(tbsElement.start),
+                   der.begin() + static_cast<std::ptrdiff_t>(tbsElement.end));
+        const Element explicitTag = ElementAt(der, tbsElement.end);
+        const Element signatureElement = ElementAt(der, explicitTag.contents);
+        const Element algorithm = ElementAt(der, signatureElement.contents);
+        const Element bits = ElementAt(der, algorithm.end);
+        // The first contents octet counts the unused bits, 0 for a signature.
+        wire.assign(der.begin() + static_cast<std::ptrdiff_t>(bits.contents + 1),
+                    der.begin() + static_cast<std::ptrdiff_t>(bits.end));
+        const unsigned char* p = certificate.data();
+        X509* x509 = d2i_X509(nullptr, &p, static_cast<long>(certificate.size()));
+        Require(x509 != nullptr, "parse the signer's certificate");
+        key = X509_get_pubkey(x509);
+        X509_free(x509);
+        message.decode(Velmor::CBlob(der));
+    }
+    ~SignedRequest() { EVP_PKEY_free(key); }
+
+    Bytes der;
+    Bytes certificate;
+    Bytes tbs;
+    Bytes wire;
+    EVP_PKEY* key = nullptr;
+    Velmor::PKI::OCSP::CRequestMessage message;
+};
+
+const SignedRequest& RsaRequest() {
+    static const SignedRequest request("req-signed-rsa.der", "rsa/client.der");
+    return request;
+}
+
+const SignedRequest& EcRequest() {
+    static const SignedRequest request("req-signed-ec.der", "ec/client.der");
+    return request;
+}
+
+// The message decoded once; each call verifies it from the certificate's DER.
+void RequestVerify_Velmor(benchmark::State& state, const SignedRequest& (*requestOf)()) {
+    const SignedRequest& request = requestOf();
+    const Velmor::CBlob certificate(request.certificate);
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const bool ok = request.message.verify(certificate);
+        Require(ok, "CRequestMessage::verify");
+    });
+}
+
+// A context per call, as one verification needs; the digest fetched beforehand.
+void RequestVerify_OpenSSL(benchmark::State& state, const SignedRequest& (*requestOf)()) {
+    const SignedRequest& request = requestOf();
+    EVP_MD* md = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        EVP_MD_CTX* context = EVP_MD_CTX_new();
+        const int ok = EVP_DigestVerifyInit(context, nullptr, md, nullptr, request.key) == 1 &&
+                       EVP_DigestVerify(context, request.wire.data(), request.wire.size(),
+                                        request.tbs.data(), request.tbs.size()) == 1;
+        EVP_MD_CTX_free(context);
+        Require(ok, "EVP_DigestVerify");
+    });
+    EVP_MD_free(md);
+}
+
 } // namespace
 
 BENCHMARK_CAPTURE(HashBlob_Velmor, sha1, CALG_SHA1)->Name("HashBlobSha1_1KB/Velmor");
@@ -231,5 +326,9 @@ BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, rsa, RsaSigner)
     ->Name("VerifyFromCertRsa2048/OpenSSL");
 BENCHMARK_CAPTURE(VerifyFromCertificate_Velmor, ec, EcSigner)->Name("VerifyFromCertP256/Velmor");
 BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, ec, EcSigner)->Name("VerifyFromCertP256/OpenSSL");
+BENCHMARK_CAPTURE(RequestVerify_Velmor, rsa, RsaRequest)->Name("RequestVerifyRsa2048/Velmor");
+BENCHMARK_CAPTURE(RequestVerify_OpenSSL, rsa, RsaRequest)->Name("RequestVerifyRsa2048/OpenSSL");
+BENCHMARK_CAPTURE(RequestVerify_Velmor, ec, EcRequest)->Name("RequestVerifyP256/Velmor");
+BENCHMARK_CAPTURE(RequestVerify_OpenSSL, ec, EcRequest)->Name("RequestVerifyP256/OpenSSL");
 
 int main(int argc, char** argv) { return velmor_bench::RunAndCompare(argc, argv); }
