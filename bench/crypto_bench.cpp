@@ -4,10 +4,13 @@
 // verification from a certificate, as the response and request verification do it, and the
 // last pair CRequestMessage::verify of a signed fixture request, given its signer's
 // certificate, against EVP_DigestVerify of the same to-be-signed octets with a key made
-// beforehand: what the message class adds to a bare signature check.
+// beforehand: what the message class adds to a bare signature check. The key import pairs
+// measure what a key seen for the first time costs (the cache of imported keys left out):
+// the key made from its numbers against d2i_PUBKEY of the same SubjectPublicKeyInfo.
 #include "bench_support.h"
 #include "certid/algorithm_lookup.h"
 #include "platform/crypt_api.h"
+#include "platform/crypt_keys.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
@@ -310,6 +313,35 @@ void RequestVerify_OpenSSL(benchmark::State& state, const SignedRequest& (*reque
     EVP_MD_free(md);
 }
 
+void KeyImport_Velmor(benchmark::State& state, const Signer& (*signerOf)()) {
+    const Signer& signer = signerOf();
+    const PCCERT_CONTEXT cert =
+        CertCreateCertificateContext(X509_ASN_ENCODING, signer.certificate.data(),
+                                     static_cast<DWORD>(signer.certificate.size()));
+    Require(cert != nullptr, "parse the certificate");
+    const CERT_PUBLIC_KEY_INFO& info = cert->pCertInfo->SubjectPublicKeyInfo;
+    const ALG_ID algId = CertOIDToAlgId(info.Algorithm.pszObjId);
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const Detail::PkeyPtr key = Detail::KeyFromParameters(info, algId);
+        Require(key != nullptr, "KeyFromParameters");
+    });
+    CertFreeCertificateContext(cert);
+}
+
+void KeyImport_OpenSSL(benchmark::State& state, const Signer& (*signerOf)()) {
+    const Signer& signer = signerOf();
+    unsigned char* der = nullptr;
+    const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(signer.x509), &der);
+    Require(size > 0, "i2d_X509_PUBKEY");
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const unsigned char* p = der;
+        EVP_PKEY* key = d2i_PUBKEY(nullptr, &p, size);
+        Require(key != nullptr, "d2i_PUBKEY");
+        EVP_PKEY_free(key);
+    });
+    OPENSSL_free(der);
+}
+
 } // namespace
 
 BENCHMARK_CAPTURE(HashBlob_Velmor, sha1, CALG_SHA1)->Name("HashBlobSha1_1KB/Velmor");
@@ -326,6 +358,10 @@ BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, rsa, RsaSigner)
     ->Name("VerifyFromCertRsa2048/OpenSSL");
 BENCHMARK_CAPTURE(VerifyFromCertificate_Velmor, ec, EcSigner)->Name("VerifyFromCertP256/Velmor");
 BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, ec, EcSigner)->Name("VerifyFromCertP256/OpenSSL");
+BENCHMARK_CAPTURE(KeyImport_Velmor, rsa, RsaSigner)->Name("KeyImportRsa2048/Velmor");
+BENCHMARK_CAPTURE(KeyImport_OpenSSL, rsa, RsaSigner)->Name("KeyImportRsa2048/OpenSSL");
+BENCHMARK_CAPTURE(KeyImport_Velmor, ec, EcSigner)->Name("KeyImportP256/Velmor");
+BENCHMARK_CAPTURE(KeyImport_OpenSSL, ec, EcSigner)->Name("KeyImportP256/OpenSSL");
 BENCHMARK_CAPTURE(RequestVerify_Velmor, rsa, RsaRequest)->Name("RequestVerifyRsa2048/Velmor");
 BENCHMARK_CAPTURE(RequestVerify_OpenSSL, rsa, RsaRequest)->Name("RequestVerifyRsa2048/OpenSSL");
 BENCHMARK_CAPTURE(RequestVerify_Velmor, ec, EcRequest)->Name("RequestVerifyP256/Velmor");
