@@ -4,6 +4,7 @@
 #include "asn1/pkix_types.h"
 #include "foundation/oid_text.h"
 #include "platform/crypt_objects.h"
+#include "platform/key_cache.h"
 
 #include <openssl/err.h>
 #include <openssl/store.h>
@@ -114,11 +115,16 @@ PkeyPtr DecodePublicKey(const std::vector<BYTE>& der) {
 }
 
 // The public key of info, of the algorithm keyAlgId, or null when its bytes are not such a
-// key: made from its numbers when it has a plain form, else decoded.
+// key. A key imported before comes from the cache; a new one is made from its numbers when
+// it has a plain form, else decoded, and kept in the cache.
 PkeyPtr ImportPublicKey(const CERT_PUBLIC_KEY_INFO& info, ALG_ID keyAlgId) {
     const std::vector<BYTE> der = EncodePublicKeyInfo(info);
     if (der.empty()) {
         return nullptr;
+    }
+    PublicKeyCache& cache = ImportedPublicKeys();
+    if (PkeyPtr cached = cache.Find(der)) {
+        return cached;
     }
     PkeyPtr key = KeyFromParameters(info, keyAlgId);
     if (key == nullptr) {
@@ -127,6 +133,7 @@ PkeyPtr ImportPublicKey(const CERT_PUBLIC_KEY_INFO& info, ALG_ID keyAlgId) {
     if (key == nullptr || KeyAlgorithm(key.get()) != keyAlgId) {
         return nullptr;
     }
+    cache.Insert(der, key.get());
     return key;
 }
 

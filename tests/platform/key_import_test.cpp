@@ -1,14 +1,21 @@
-// Public-key import: keys made from their numbers against OpenSSL's decoder as the oracle.
+// Public-key import: keys made from their numbers against OpenSSL's decoder as the oracle, the
+// cache of imported keys (sharing, eviction, its bound), and signature checks from several
+// threads at once.
 #include "platform/crypt_api.h"
 #include "platform/crypt_keys.h"
+#include "platform/crypt_objects.h"
+#include "platform/key_cache.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <openssl/err.h>
 #include <openssl/x509.h>
 #include <pki/ocsp/request_message.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support/crypt_test_support.h"
 #include "support/test_support.h"
@@ -139,6 +146,25 @@ void ExpectAsTheDecoder(KeyInfo variant, bool plain, const char* label) {
     CryptReleaseContext(provider, 0);
 }
 
+HCRYPTKEY Import(HCRYPTPROV provider, KeyInfo variant) {
+    const CERT_PUBLIC_KEY_INFO info = variant.Info();
+    HCRYPTKEY key = 0;
+    EXPECT_TRUE(CryptImportPublicKeyInfo(provider, X509_ASN_ENCODING, &info, &key));
+    return key;
+}
+
+EVP_PKEY* KeyOf(HCRYPTKEY key) {
+    const auto state = Detail::KeyHandles().Find(key);
+    return state != nullptr ? state->key.get() : nullptr;
+}
+
+// Whether a signed fixture request verifies with a fixture certificate.
+bool Verifies(const char* request, const char* certificate) {
+    Velmor::PKI::OCSP::CRequestMessage message;
+    message.decode(CBlob(ReadData(std::string("ocsp/") + request)));
+    return message.verify(CBlob(ReadData(std::string("pki/") + certificate)));
+}
+
 TEST(KeyImport, KeysAreMadeAsTheDecoderMakesThem) {
     const Bytes n = Tlv(0x02, Cat({Bytes{0}, ClientModulus()}));
     const Bytes e = FromHex("0203010001");
@@ -174,6 +200,82 @@ TEST(KeyImport, KeysAreMadeAsTheDecoderMakesThem) {
     ExpectAsTheDecoder(EcInfo(kP256, Bytes{0}), false, "the point at infinity");
 }
 
+TEST(KeyImport, RepeatedImportsShareOneKeyAndDistinctKeysStayApart) {
+    const HCRYPTPROV provider = VerifyContext(PROV_RSA_FULL);
+    const HCRYPTKEY first = Import(provider, RsaInfoWithExponent(65537));
+    const HCRYPTKEY second = Import(provider, RsaInfoWithExponent(65537));
+    const HCRYPTKEY other = Import(provider, RsaInfoWithExponent(3));
+    ASSERT_NE(KeyOf(first), nullptr);
+    EXPECT_EQ(KeyOf(first), KeyOf(second));
+    EXPECT_NE(KeyOf(first), KeyOf(other));
+    for (const HCRYPTKEY key : {first, second, other}) {
+        EXPECT_TRUE(CryptDestroyKey(key));
+    }
+    EXPECT_TRUE(CryptReleaseContext(provider, 0));
+    // Each verification imports its key and destroys the handle; the key the cache keeps
+    // serves the next one, and keys of the same size and type do not stand in for each other.
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(Verifies("req-signed-rsa.der", "rsa/client.der"));
+        EXPECT_FALSE(Verifies("req-signed-rsa.der", "rsa/leaf.der"));
+        EXPECT_TRUE(Verifies("req-signed-ec.der", "ec/client.der"));
+        EXPECT_FALSE(Verifies("req-signed-ec.der", "ec/leaf.der"));
+    }
+}
+
+TEST(KeyImport, TheProcessCacheStaysBoundedAndEvictsTheOldest) {
+    const HCRYPTPROV provider = VerifyContext(PROV_RSA_FULL);
+    auto& cache = Detail::ImportedPublicKeys();
+    // Keyed by the DER of the SubjectPublicKeyInfo: the client certificate's is this one.
+    const Bytes client = RsaInfoWithExponent(65537).Der();
+    EXPECT_TRUE(Verifies("req-signed-rsa.der", "rsa/client.der"));
+    EXPECT_NE(cache.Find(client), nullptr);
+
+    const unsigned count = Detail::kImportedKeyCacheSize + 6;
+    for (unsigned i = 0; i < count; ++i) {
+        const HCRYPTKEY key = Import(provider, RsaInfoWithExponent(3 + 2 * i));
+        EXPECT_TRUE(CryptDestroyKey(key)) << i;
+        EXPECT_LE(cache.Size(), Detail::kImportedKeyCacheSize);
+    }
+    EXPECT_EQ(cache.Size(), Detail::kImportedKeyCacheSize);
+    EXPECT_EQ(cache.Find(client), nullptr);
+    EXPECT_EQ(cache.Find(RsaInfoWithExponent(3).Der()), nullptr);
+    EXPECT_NE(cache.Find(RsaInfoWithExponent(1 + 2 * count).Der()), nullptr);
+    // An evicted key is imported anew.
+    EXPECT_TRUE(Verifies("req-signed-rsa.der", "rsa/client.der"));
+    EXPECT_NE(cache.Find(client), nullptr);
+    EXPECT_TRUE(CryptReleaseContext(provider, 0));
+}
+
+TEST(PublicKeyCache, EvictsTheLeastRecentlyUsedAndKeepsTheFirstOfTwins) {
+    PkeyPtr keys[4];
+    for (unsigned i = 0; i < 4; ++i) {
+        keys[i] = Detail::KeyFromParameters(RsaInfoWithExponent(3 + 2 * i).Info(), CALG_RSA_KEYX);
+        ASSERT_NE(keys[i], nullptr);
+    }
+    const Bytes a = {1};
+    const Bytes b = {2};
+    const Bytes c = {3};
+    const Bytes d = {1, 0};
+    Detail::PublicKeyCache cache(3);
+    cache.Insert(a, keys[0].get());
+    cache.Insert(b, keys[1].get());
+    cache.Insert(c, keys[2].get());
+    EXPECT_EQ(cache.Find(a).get(), keys[0].get()); // a is now used after b
+    cache.Insert(a, keys[3].get());                // already there: kept as it was
+    cache.Insert(d, keys[3].get());                // evicts b
+    EXPECT_EQ(cache.Size(), 3u);
+    EXPECT_EQ(cache.Find(a).get(), keys[0].get());
+    EXPECT_EQ(cache.Find(b), nullptr);
+    EXPECT_EQ(cache.Find(c).get(), keys[2].get());
+    EXPECT_EQ(cache.Find(d).get(), keys[3].get());
+    EXPECT_EQ(cache.Find(Bytes{}), nullptr);
+
+    Detail::PublicKeyCache none(0);
+    none.Insert(a, keys[0].get());
+    EXPECT_EQ(none.Size(), 0u);
+    EXPECT_EQ(none.Find(a), nullptr);
+}
+
 TEST(KeyImport, ARequestWithAMalformedSignerKeyFailsAsBefore) {
     // The client certificate with the tag of its RSAPublicKey changed: the certificate
     // still parses, its key does not.
@@ -189,6 +291,46 @@ TEST(KeyImport, ARequestWithAMalformedSignerKeyFailsAsBefore) {
         EXPECT_HRESULT_THROW(request.verify(CBlob(certificate)), CRYPT_E_ASN1_BADTAG);
     }
     EXPECT_TRUE(request.verify(CBlob(ReadData("pki/rsa/client.der"))));
+}
+
+TEST(KeyImport, ConcurrentVerificationsAreCorrect) {
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([&wrong, t] {
+            HCRYPTPROV provider = 0;
+            if (!CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL,
+                                      CRYPT_VERIFYCONTEXT)) {
+                ++wrong;
+                return;
+            }
+            for (unsigned round = 0; round < 12; ++round) {
+                try {
+                    wrong += Verifies("req-signed-rsa.der", "rsa/client.der") ? 0 : 1;
+                    wrong += Verifies("req-signed-rsa.der", "rsa/leaf.der") ? 1 : 0;
+                    wrong += Verifies("req-signed-ec.der", "ec/client.der") ? 0 : 1;
+                } catch (...) {
+                    ++wrong;
+                }
+                // Keys of this thread's own, enough to evict the others' keys meanwhile.
+                for (unsigned k = 0; k < Detail::kImportedKeyCacheSize / 4; ++k) {
+                    KeyInfo variant = RsaInfoWithExponent(1001 + 2 * (t * 1000 + round * 50 + k));
+                    const CERT_PUBLIC_KEY_INFO info = variant.Info();
+                    HCRYPTKEY key = 0;
+                    wrong += CryptImportPublicKeyInfo(provider, X509_ASN_ENCODING, &info, &key) &&
+                                     CryptDestroyKey(key)
+                                 ? 0
+                                 : 1;
+                }
+            }
+            CryptReleaseContext(provider, 0);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_LE(Detail::ImportedPublicKeys().Size(), Detail::kImportedKeyCacheSize);
 }
 
 } // namespace
