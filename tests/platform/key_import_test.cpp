@@ -158,10 +158,20 @@ EVP_PKEY* KeyOf(HCRYPTKEY key) {
     return state != nullptr ? state->key.get() : nullptr;
 }
 
-// Whether a signed fixture request verifies with a fixture certificate.
-bool Verifies(const char* request, const char* certificate) {
+// Whether a signed fixture request verifies with a fixture certificate; tampered, with one
+// octet in the middle of its signature changed.
+bool Verifies(const char* request, const char* certificate, bool tampered = false) {
+    Bytes der = ReadData(std::string("ocsp/") + request);
     Velmor::PKI::OCSP::CRequestMessage message;
-    message.decode(CBlob(ReadData(std::string("ocsp/") + request)));
+    message.decode(CBlob(der));
+    if (tampered) {
+        const CBlob& signature = *message.get_signature();
+        const auto at = std::search(der.begin(), der.end(), signature.pbData(),
+                                    signature.pbData() + signature.cbData());
+        EXPECT_NE(at, der.end());
+        *(at + signature.cbData() / 2) ^= 1;
+        message.decode(CBlob(der));
+    }
     return message.verify(CBlob(ReadData(std::string("pki/") + certificate)));
 }
 
@@ -214,11 +224,14 @@ TEST(KeyImport, RepeatedImportsShareOneKeyAndDistinctKeysStayApart) {
     EXPECT_TRUE(CryptReleaseContext(provider, 0));
     // Each verification imports its key and destroys the handle; the key the cache keeps
     // serves the next one, and keys of the same size and type do not stand in for each other.
+    // A signature that does not match leaves the thread's context for the key usable.
     for (int round = 0; round < 2; ++round) {
         EXPECT_TRUE(Verifies("req-signed-rsa.der", "rsa/client.der"));
         EXPECT_FALSE(Verifies("req-signed-rsa.der", "rsa/leaf.der"));
+        EXPECT_FALSE(Verifies("req-signed-rsa.der", "rsa/client.der", true));
         EXPECT_TRUE(Verifies("req-signed-ec.der", "ec/client.der"));
         EXPECT_FALSE(Verifies("req-signed-ec.der", "ec/leaf.der"));
+        EXPECT_FALSE(Verifies("req-signed-ec.der", "ec/client.der", true));
     }
 }
 
