@@ -11,11 +11,11 @@
 #include "certid/algorithm_lookup.h"
 #include "platform/crypt_api.h"
 #include "platform/crypt_keys.h"
+#include "signed_request.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
-#include <openssl/asn1.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
@@ -225,56 +225,17 @@ void VerifyFromCertificate_OpenSSL(benchmark::State& state, const Signer& (*sign
 
 // One DER element inside bytes: where its header starts, where its contents start and where
 // it ends.
-struct Element {
-    std::size_t start = 0;
-    std::size_t contents = 0;
-    std::size_t end = 0;
-};
-
-Element ElementAt(const Bytes& bytes, std::size_t start) {
-    const unsigned char* p = bytes.data() + start;
-    long length = 0;
-    int tag = 0;
-    int tagClass = 0;
-    const int flags =
-        ASN1_get_object(&p, &length, &tag, &tagClass, static_cast<long>(bytes.size() - start));
-    Require((flags & 0x80) == 0, "a DER element of the signed request");
-    const auto contents = static_cast<std::size_t>(p - bytes.data());
-    return {start, contents, contents + static_cast<std::size_t>(length)};
-}
-
-// A signed fixture request: its DER, its signer's certificate, the to-be-signed octets and
-// the signature in wire order, taken from the DER (OCSPRequest: tbsRequest, [0] Signature:
-// algorithm, BIT STRING).
+// A signed fixture request, decoded once, and its parts for the bare check.
 struct SignedRequest {
     SignedRequest(const char* request, const char* signer) {
-        der = velmor_bench::ReadData(std::string("ocsp/") + request);
+        const Bytes der = velmor_bench::ReadData(std::string("ocsp/") + request);
         certificate = velmor_bench::ReadData(std::string("pki/") + signer);
-        const Element outer = ElementAt(der, 0);
-        const Element tbsElement = ElementAt(der, outer.contents);
-        tbs.assign(der.begin() + static_cast<std::ptrdiff_t>(tbsElement.start),
-                   der.begin() + static_cast<std::ptrdiff_t>(tbsElement.end));
-        const Element explicitTag = ElementAt(der, tbsElement.end);
-        const Element signatureElement = ElementAt(der, explicitTag.contents);
-        const Element algorithm = ElementAt(der, signatureElement.contents);
-        const Element bits = ElementAt(der, algorithm.end);
-        // The first contents octet counts the unused bits, 0 for a signature.
-        wire.assign(der.begin() + static_cast<std::ptrdiff_t>(bits.contents + 1),
-                    der.begin() + static_cast<std::ptrdiff_t>(bits.end));
-        const unsigned char* p = certificate.data();
-        X509* x509 = d2i_X509(nullptr, &p, static_cast<long>(certificate.size()));
-        Require(x509 != nullptr, "parse the signer's certificate");
-        key = X509_get_pubkey(x509);
-        X509_free(x509);
+        Require(velmor_bench::SplitSignedRequest(der, certificate, parts), "split the request");
         message.decode(Velmor::CBlob(der));
     }
-    ~SignedRequest() { EVP_PKEY_free(key); }
 
-    Bytes der;
     Bytes certificate;
-    Bytes tbs;
-    Bytes wire;
-    EVP_PKEY* key = nullptr;
+    velmor_bench::SignedRequestParts parts;
     Velmor::PKI::OCSP::CRequestMessage message;
 };
 
@@ -302,14 +263,8 @@ void RequestVerify_Velmor(benchmark::State& state, const SignedRequest& (*reques
 void RequestVerify_OpenSSL(benchmark::State& state, const SignedRequest& (*requestOf)()) {
     const SignedRequest& request = requestOf();
     EVP_MD* md = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    velmor_bench::MeasureWithAllocations(state, [&] {
-        EVP_MD_CTX* context = EVP_MD_CTX_new();
-        const int ok = EVP_DigestVerifyInit(context, nullptr, md, nullptr, request.key) == 1 &&
-                       EVP_DigestVerify(context, request.wire.data(), request.wire.size(),
-                                        request.tbs.data(), request.tbs.size()) == 1;
-        EVP_MD_CTX_free(context);
-        Require(ok, "EVP_DigestVerify");
-    });
+    velmor_bench::MeasureWithAllocations(
+        state, [&] { Require(velmor_bench::DigestVerify(request.parts, md), "EVP_DigestVerify"); });
     EVP_MD_free(md);
 }
 
