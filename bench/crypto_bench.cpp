@@ -1,10 +1,17 @@
 // The CryptoAPI layer against bare OpenSSL: HashBlob (a provider search, a hash object and
 // its value per call) against EVP_Digest of the same bytes, and CryptVerifySignatureA
-// against EVP_PKEY_verify with the fixture RSA-2048 and P-256 keys. A last pair measures a
-// whole verification from a certificate, as the response and request verification do it.
+// against EVP_PKEY_verify with the fixture RSA-2048 and P-256 keys. A pair measures a whole
+// verification from a certificate, as the response and request verification do it, and the
+// last pair CRequestMessage::verify of a signed fixture request, given its signer's
+// certificate, against EVP_DigestVerify of the same to-be-signed octets with a key made
+// beforehand: what the message class adds to a bare signature check. The key import pairs
+// measure what a key seen for the first time costs (the cache of imported keys left out):
+// the key made from its numbers against d2i_PUBKEY of the same SubjectPublicKeyInfo.
 #include "bench_support.h"
 #include "certid/algorithm_lookup.h"
 #include "platform/crypt_api.h"
+#include "platform/crypt_keys.h"
+#include "signed_request.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
@@ -12,6 +19,7 @@
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <pki/ocsp/request_message.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -215,6 +223,80 @@ void VerifyFromCertificate_OpenSSL(benchmark::State& state, const Signer& (*sign
     }
 }
 
+// One DER element inside bytes: where its header starts, where its contents start and where
+// it ends.
+// A signed fixture request, decoded once, and its parts for the bare check.
+struct SignedRequest {
+    SignedRequest(const char* request, const char* signer) {
+        const Bytes der = velmor_bench::ReadData(std::string("ocsp/") + request);
+        certificate = velmor_bench::ReadData(std::string("pki/") + signer);
+        Require(velmor_bench::SplitSignedRequest(der, certificate, parts), "split the request");
+        message.decode(Velmor::CBlob(der));
+    }
+
+    Bytes certificate;
+    velmor_bench::SignedRequestParts parts;
+    Velmor::PKI::OCSP::CRequestMessage message;
+};
+
+const SignedRequest& RsaRequest() {
+    static const SignedRequest request("req-signed-rsa.der", "rsa/client.der");
+    return request;
+}
+
+const SignedRequest& EcRequest() {
+    static const SignedRequest request("req-signed-ec.der", "ec/client.der");
+    return request;
+}
+
+// The message decoded once; each call verifies it from the certificate's DER.
+void RequestVerify_Velmor(benchmark::State& state, const SignedRequest& (*requestOf)()) {
+    const SignedRequest& request = requestOf();
+    const Velmor::CBlob certificate(request.certificate);
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const bool ok = request.message.verify(certificate);
+        Require(ok, "CRequestMessage::verify");
+    });
+}
+
+// A context per call, as one verification needs; the digest fetched beforehand.
+void RequestVerify_OpenSSL(benchmark::State& state, const SignedRequest& (*requestOf)()) {
+    const SignedRequest& request = requestOf();
+    EVP_MD* md = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    velmor_bench::MeasureWithAllocations(
+        state, [&] { Require(velmor_bench::DigestVerify(request.parts, md), "EVP_DigestVerify"); });
+    EVP_MD_free(md);
+}
+
+void KeyImport_Velmor(benchmark::State& state, const Signer& (*signerOf)()) {
+    const Signer& signer = signerOf();
+    const PCCERT_CONTEXT cert =
+        CertCreateCertificateContext(X509_ASN_ENCODING, signer.certificate.data(),
+                                     static_cast<DWORD>(signer.certificate.size()));
+    Require(cert != nullptr, "parse the certificate");
+    const CERT_PUBLIC_KEY_INFO& info = cert->pCertInfo->SubjectPublicKeyInfo;
+    const ALG_ID algId = CertOIDToAlgId(info.Algorithm.pszObjId);
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const Detail::PkeyPtr key = Detail::KeyFromParameters(info, algId);
+        Require(key != nullptr, "KeyFromParameters");
+    });
+    CertFreeCertificateContext(cert);
+}
+
+void KeyImport_OpenSSL(benchmark::State& state, const Signer& (*signerOf)()) {
+    const Signer& signer = signerOf();
+    unsigned char* der = nullptr;
+    const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(signer.x509), &der);
+    Require(size > 0, "i2d_X509_PUBKEY");
+    velmor_bench::MeasureWithAllocations(state, [&] {
+        const unsigned char* p = der;
+        EVP_PKEY* key = d2i_PUBKEY(nullptr, &p, size);
+        Require(key != nullptr, "d2i_PUBKEY");
+        EVP_PKEY_free(key);
+    });
+    OPENSSL_free(der);
+}
+
 } // namespace
 
 BENCHMARK_CAPTURE(HashBlob_Velmor, sha1, CALG_SHA1)->Name("HashBlobSha1_1KB/Velmor");
@@ -231,5 +313,13 @@ BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, rsa, RsaSigner)
     ->Name("VerifyFromCertRsa2048/OpenSSL");
 BENCHMARK_CAPTURE(VerifyFromCertificate_Velmor, ec, EcSigner)->Name("VerifyFromCertP256/Velmor");
 BENCHMARK_CAPTURE(VerifyFromCertificate_OpenSSL, ec, EcSigner)->Name("VerifyFromCertP256/OpenSSL");
+BENCHMARK_CAPTURE(KeyImport_Velmor, rsa, RsaSigner)->Name("KeyImportRsa2048/Velmor");
+BENCHMARK_CAPTURE(KeyImport_OpenSSL, rsa, RsaSigner)->Name("KeyImportRsa2048/OpenSSL");
+BENCHMARK_CAPTURE(KeyImport_Velmor, ec, EcSigner)->Name("KeyImportP256/Velmor");
+BENCHMARK_CAPTURE(KeyImport_OpenSSL, ec, EcSigner)->Name("KeyImportP256/OpenSSL");
+BENCHMARK_CAPTURE(RequestVerify_Velmor, rsa, RsaRequest)->Name("RequestVerifyRsa2048/Velmor");
+BENCHMARK_CAPTURE(RequestVerify_OpenSSL, rsa, RsaRequest)->Name("RequestVerifyRsa2048/OpenSSL");
+BENCHMARK_CAPTURE(RequestVerify_Velmor, ec, EcRequest)->Name("RequestVerifyP256/Velmor");
+BENCHMARK_CAPTURE(RequestVerify_OpenSSL, ec, EcRequest)->Name("RequestVerifyP256/OpenSSL");
 
 int main(int argc, char** argv) { return velmor_bench::RunAndCompare(argc, argv); }

@@ -1,5 +1,7 @@
 // Decode and encode of OCSP requests and responses through the installed shared library,
-// against OpenSSL's d2i/i2d on the same bytes, in one process.
+// against OpenSSL's d2i/i2d on the same bytes, in one process; and the verification of a
+// signed request from its signer's certificate against a bare EVP_DigestVerify of the same
+// to-be-signed octets with the signer's key made beforehand.
 //
 // Each operation is timed in rounds. A round runs a batch of N calls of ours and a batch of
 // N calls of OpenSSL's, back to back, the side that goes first alternating from round to
@@ -11,6 +13,7 @@
 // against an installed library (bench/run-shared-bench.sh), and by bench/CMakeLists.txt
 // against the static archive, so that the two builds run the same code.
 #include "alloc_counter.h"
+#include "signed_request.h"
 
 #include <algorithm>
 #include <chrono>
@@ -210,6 +213,34 @@ std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedE
     encodeRequest("request encode, python nonce", pythonNonce);
     encodeRequest("request encode, signed EC 1 cert", signedEc);
     encodeRequest("request encode, signed RSA 2 certs", signedRsa);
+
+    // The message decoded once; each call of ours verifies it from the certificate's DER
+    // (parse, key import, hash, check), each of OpenSSL's makes a context for the key it
+    // holds and checks the same octets.
+    const auto verifyRequest = [&](const char* name, const Bytes& der, const char* signer) {
+        auto message = std::make_shared<CRequestMessage>();
+        message->decode(CBlob(der));
+        const Bytes certificate = ReadData(std::string("pki/") + signer);
+        auto parts = std::make_shared<velmor_bench::SignedRequestParts>();
+        Require(velmor_bench::SplitSignedRequest(der, certificate, *parts),
+                std::string(name) + ": split the request");
+        std::shared_ptr<EVP_MD> md(EVP_MD_fetch(nullptr, "SHA256", nullptr), EVP_MD_free);
+        Require(message->verify(CBlob(certificate)) && velmor_bench::DigestVerify(*parts, md.get()),
+                std::string(name) + ": both sides verify the fixture");
+        operations.push_back({name,
+                              [message, blob = CBlob(certificate)](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      Keep(message->verify(blob));
+                                  }
+                              },
+                              [parts, md](std::size_t n) {
+                                  for (std::size_t i = 0; i < n; ++i) {
+                                      Keep(velmor_bench::DigestVerify(*parts, md.get()));
+                                  }
+                              }});
+    };
+    verifyRequest("request verify, signed RSA-2048", signedRsa, "rsa/client.der");
+    verifyRequest("request verify, signed P-256", signedEc, "ec/client.der");
 
     operations.push_back({"response decode, good RSA",
                           [blob = CBlob(response)](std::size_t n) {

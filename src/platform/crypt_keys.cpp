@@ -4,6 +4,7 @@
 #include "asn1/pkix_types.h"
 #include "foundation/oid_text.h"
 #include "platform/crypt_objects.h"
+#include "platform/key_cache.h"
 
 #include <openssl/err.h>
 #include <openssl/store.h>
@@ -104,16 +105,35 @@ std::vector<BYTE> EncodePublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info) {
     return {buffer.getMsgPtr(), buffer.getMsgPtr() + length};
 }
 
-// The public key of info, or null when its bytes are not a key of its algorithm.
-PkeyPtr DecodePublicKey(const CERT_PUBLIC_KEY_INFO& info) {
-    const std::vector<BYTE> der = EncodePublicKeyInfo(info);
-    if (der.empty()) {
-        return nullptr;
-    }
+// The public key of the SubjectPublicKeyInfo der, read by OpenSSL's decoder, or null.
+PkeyPtr DecodePublicKey(const std::vector<BYTE>& der) {
     ERR_set_mark();
     const unsigned char* p = der.data();
     PkeyPtr key(d2i_PUBKEY(nullptr, &p, static_cast<long>(der.size())));
     ERR_pop_to_mark();
+    return key;
+}
+
+// The public key of info, of the algorithm keyAlgId, or null when its bytes are not such a
+// key. A key imported before comes from the cache; a new one is made from its numbers when
+// it has a plain form, else decoded, and kept in the cache.
+PkeyPtr ImportPublicKey(const CERT_PUBLIC_KEY_INFO& info, ALG_ID keyAlgId) {
+    const std::vector<BYTE> der = EncodePublicKeyInfo(info);
+    if (der.empty()) {
+        return nullptr;
+    }
+    PublicKeyCache& cache = ImportedPublicKeys();
+    if (PkeyPtr cached = cache.Find(der)) {
+        return cached;
+    }
+    PkeyPtr key = KeyFromParameters(info, keyAlgId);
+    if (key == nullptr) {
+        key = DecodePublicKey(der);
+    }
+    if (key == nullptr || KeyAlgorithm(key.get()) != keyAlgId) {
+        return nullptr;
+    }
+    cache.Insert(der, key.get());
     return key;
 }
 
@@ -138,8 +158,8 @@ BOOL CryptImportPublicKeyInfo(HCRYPTPROV provider, DWORD encodingType,
         return Fail(NTE_BAD_ALGID);
     }
     auto imported = std::make_shared<KeyState>();
-    imported->key = DecodePublicKey(*info);
-    if (imported->key == nullptr || KeyAlgorithm(imported->key.get()) != row->Algid) {
+    imported->key = ImportPublicKey(*info, row->Algid);
+    if (imported->key == nullptr) {
         return Fail(CRYPT_E_ASN1_BADTAG);
     }
     imported->algId = row->Algid;

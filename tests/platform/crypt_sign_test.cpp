@@ -188,8 +188,11 @@ TEST(CryptSign, VerificationRejectsEveryAlteration) {
     for (const Pki& pki : {kRsa, kEc}) {
         const HCRYPTPROV provider = OpenKey(KeyPath(pki), pki.providerType);
         const Bytes signature = Sign(provider, CALG_SHA_384, kData);
+        const Bytes sha256Signature = Sign(provider, CALG_SHA_256, kData);
         EXPECT_TRUE(CryptReleaseContext(provider, 0));
         EXPECT_TRUE(Verify(pki, "leaf", CALG_SHA_384, kData, signature)) << pki.folder;
+        // The same key with another hash right after.
+        EXPECT_TRUE(Verify(pki, "leaf", CALG_SHA_256, kData, sha256Signature)) << pki.folder;
 
         Bytes flipped = signature;
         flipped[flipped.size() / 2] ^= 0x01;
