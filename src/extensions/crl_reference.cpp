@@ -100,11 +100,8 @@ const CDateTime* CExtCrlReference::get_crlTime() const {
 }
 
 void CExtCrlReference::put_crlUrl(const char* crlUrl) {
-    if (crlUrl != nullptr) {
-        m_data->crlUrl.emplace(crlUrl);
-    } else {
-        m_data->crlUrl.reset();
-    }
+    // The copy is made before the old text goes: crlUrl may be this object's own.
+    m_data->crlUrl = crlUrl != nullptr ? std::optional<std::string>(crlUrl) : std::nullopt;
     encode();
 }
 

@@ -120,6 +120,8 @@ TEST(CExtCrlID, EachSetterRewritesTheWholeValue) {
     EXPECT_EQ(*crl.get_crlNum(), 7u);
     EXPECT_EQ(*crl.get_crlTime(), kTime);
 
+    crl.put_crlUrl(crl.get_crlUrl()); // its own text
+    EXPECT_EQ(HexOf(crl.get_value()), Hex(kFullCrlId));
     crl.put_crlUrl(nullptr);
     EXPECT_EQ(crl.get_crlUrl(), nullptr);
     EXPECT_EQ(HexOf(crl.get_value()), "3018a103020107a211" + std::string(kTimeDer));
