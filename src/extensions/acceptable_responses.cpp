@@ -5,6 +5,10 @@
 #include "asn1/ocsp_types.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "foundation/list_access.h"
+
+#include <list>
+#include <stdexcept>
 
 namespace Velmor::PKI::OCSP {
 
@@ -33,12 +37,17 @@ struct ASN1T_AcceptableResponses_traits {
         }
     }
 
+    // Each text is made in its place at the end of the list.
     static void get(const ASN1T_AcceptableResponses& in, Record& value) {
-        value.acceptableResponses.clear();
-        CStringProxy text;
+        CAcceptableResponses& list = value.acceptableResponses;
+        list.clear();
+        std::list<CStringProxy>& items = Detail::UnderlyingList<CStringProxy>(list);
         for (const OSRTDListNode* node = in.head; node != nullptr; node = node->next) {
-            ASN1::ASN1TObjId_traits::get(*static_cast<const ASN1OBJID*>(node->data), text);
-            value.acceptableResponses.push_back(text);
+            if (items.size() == list.max_size()) {
+                throw std::length_error("list<T> too long");
+            }
+            ASN1::ASN1TObjId_traits::get(*static_cast<const ASN1OBJID*>(node->data),
+                                         items.emplace_back());
         }
     }
 };

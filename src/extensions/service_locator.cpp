@@ -6,6 +6,8 @@
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
 
+#include <pki/ocsp/atl_exception.h>
+
 namespace Velmor::PKI::OCSP {
 
 using ASN1::CAuthorityInfoAccessSyntax;
@@ -27,10 +29,23 @@ struct ASN1T_ServiceLocator_traits {
     using Record = Records::Record<CExtServiceLocator>;
 
     static void set(ASN1CTXT* ctxt, ASN1T_ServiceLocator& out, const Record& value) {
-        ASN1::ASN1T_Name_traits::set(ctxt, out.issuer, value.issuer);
+        SetIssuer(ctxt, out.issuer, value.issuer);
         if (value.locator != nullptr && !value.locator->empty()) {
             out.m.locatorPresent = 1;
             ASN1::ASN1T_AuthorityInfoAccessSyntax_traits::set(ctxt, out.locator, *value.locator);
+        }
+    }
+
+    // The issuer is read into ctxt as views of the record's blob, which outlives the
+    // encoding: unlike the Name converter, which must copy, nothing is copied. E_INVALIDARG
+    // for an empty blob, CRYPT_E_ASN1_INTERNAL for one that is not exactly one Name.
+    static void SetIssuer(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& issuer) {
+        if (issuer.cbData() == 0) {
+            ATL::AtlThrow(Win32::E_INVALIDARG);
+        }
+        Asn1Rt::BerReader reader(ctxt, issuer.pbData(), issuer.cbData());
+        if (asn1D(reader, out) != ASN_OK || reader.more()) {
+            ATL::AtlThrow(Win32::CRYPT_E_ASN1_INTERNAL);
         }
     }
 
