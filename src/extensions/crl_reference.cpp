@@ -10,14 +10,13 @@
 #include <cstring>
 #include <optional>
 #include <pki/ocsp/atl_exception.h>
-#include <string>
 
 namespace Velmor::PKI::OCSP {
 
 using Detail::Records;
 
 struct CExtCrlReference::Data {
-    std::optional<std::string> crlUrl;
+    std::optional<CStringProxy> crlUrl;  // common URLs fit its inline storage
     std::optional<unsigned long> crlNum; // at most 0xFFFFFFFF
     std::optional<CDateTime> crlTime;
 };
@@ -58,9 +57,10 @@ struct ASN1T_CrlID_traits {
     }
 
     // The URL with its terminator in context memory.
-    static const char* CopyUrl(ASN1CTXT* ctxt, const std::string& url) {
-        auto* copy = static_cast<char*>(Codec::AllocZ(ctxt, url.size() + 1));
-        TextCopy::ThrowIfFailed(TextCopy::Copy(copy, url.size() + 1, url.c_str(), url.size()));
+    static const char* CopyUrl(ASN1CTXT* ctxt, const CStringProxy& url) {
+        const std::size_t size = url.length() + 1;
+        auto* copy = static_cast<char*>(Codec::AllocZ(ctxt, size));
+        TextCopy::ThrowIfFailed(TextCopy::Copy(copy, size, url.c_str(), url.length()));
         return copy;
     }
 };
@@ -101,7 +101,7 @@ const CDateTime* CExtCrlReference::get_crlTime() const {
 
 void CExtCrlReference::put_crlUrl(const char* crlUrl) {
     // The copy is made before the old text goes: crlUrl may be this object's own.
-    m_data->crlUrl = crlUrl != nullptr ? std::optional<std::string>(crlUrl) : std::nullopt;
+    m_data->crlUrl = crlUrl != nullptr ? std::optional<CStringProxy>(crlUrl) : std::nullopt;
     encode();
 }
 

@@ -41,10 +41,10 @@ template <class C, class Traits> struct TypedExtension {
         return fields;
     }
 
-    // Replaces value with the encoding of object's record; value keeps its bytes when that
-    // throws.
+    // Replaces value with the encoding of object's record, in value's own storage when it
+    // has room; value keeps its bytes when that throws.
     static void Encode(const C& object, CBlob& value) {
-        value = Codec::EncodeWith<Traits>(Detail::Records::Of(object));
+        Codec::EncodeWith<Traits>(Detail::Records::Of(object), value);
     }
 
     // Encodes fields into value and only then gives them to object as its record (the old one,
