@@ -43,16 +43,11 @@ const Syntax kSyntaxes[] = {
 
 } // namespace
 
-TEST(ExtensionBadInput, ValidSamplesAreAccepted) {
-    for (const Syntax& syntax : kSyntaxes) {
-        EXPECT_NO_THROW(syntax.construct(CBlob(FromHex(syntax.valid)))) << syntax.name;
-    }
-}
-
 TEST(ExtensionBadInput, EmptyTruncatedMistaggedAndOverlongValuesAreRefused) {
     for (const Syntax& syntax : kSyntaxes) {
         SCOPED_TRACE(syntax.name);
         const Bytes valid = FromHex(syntax.valid);
+        ASSERT_NO_THROW(syntax.construct(CBlob(valid)));
         for (std::size_t size = 0; size < valid.size(); ++size) {
             EXPECT_HRESULT_THROW(
                 syntax.construct(CBlob(Bytes(valid.begin(), valid.begin() + size))),
@@ -81,23 +76,12 @@ TEST(ExtensionBadInput, EmptyTruncatedMistaggedAndOverlongValuesAreRefused) {
     EXPECT_HRESULT_THROW(CExtServiceLocator(CBlob(FromHex("30023100"))), CRYPT_E_ASN1_INTERNAL);
 }
 
-TEST(ExtensionTextCopy, CopiesWithTheRunTimeCodes) {
-    char out[4] = {'x', 'x', 'x', 'x'};
-    EXPECT_EQ(TextCopy::Copy(out, 4, "abc", 3), TextCopy::kOk);
-    EXPECT_STREQ(out, "abc");
-    EXPECT_EQ(TextCopy::Copy(out, 4, "abcdef", 2), TextCopy::kOk);
-    EXPECT_STREQ(out, "ab");
+TEST(ExtensionTextCopy, EachCodeHasItsHresult) {
+    char out[4];
     EXPECT_EQ(TextCopy::Copy(out, 3, "abc", 3), TextCopy::kRange);
-    EXPECT_STREQ(out, "");
     EXPECT_EQ(TextCopy::Copy(out, 3, "abc", TextCopy::kTruncate), TextCopy::kTruncated);
     EXPECT_STREQ(out, "ab");
     EXPECT_EQ(TextCopy::Copy(out, 4, nullptr, 1), TextCopy::kInvalid);
-    EXPECT_STREQ(out, "");
-    EXPECT_EQ(TextCopy::Copy(out, 0, "a", 1), TextCopy::kInvalid);
-    EXPECT_EQ(TextCopy::Copy(nullptr, 4, "a", 1), TextCopy::kInvalid);
-}
-
-TEST(ExtensionTextCopy, EachCodeHasItsHresult) {
     EXPECT_NO_THROW(TextCopy::ThrowIfFailed(TextCopy::kOk));
     EXPECT_NO_THROW(TextCopy::ThrowIfFailed(TextCopy::kTruncated));
     EXPECT_HRESULT_THROW(TextCopy::ThrowIfFailed(TextCopy::kNoMemory), E_OUTOFMEMORY);

@@ -362,15 +362,4 @@ TEST(ExtensionClasses, CopiesAreIndependent) {
     responsesCopy.put_acceptableResponses(Responses({"2.5"}));
     EXPECT_EQ(Text(responses.get_acceptableResponses()), "1.3.6.1.5.5.7.48.1.1;");
     EXPECT_EQ(HexOf(responses.get_value()), "300b06092b0601050507300101");
-
-    const CExtArchiveCutoff cutoff(kTime);
-    CExtArchiveCutoff cutoffCopy = cutoff;
-    cutoffCopy.put_archiveCutoff(CDateTime(0, 0));
-    EXPECT_EQ(cutoff.get_archiveCutoff(), kTime);
-    EXPECT_EQ(HexOf(cutoff.get_value()), kTimeDer);
-
-    CExtNonce nonce(BlobOf("0401aa"));
-    CExtNonce nonceCopy = nonce;
-    nonceCopy.put_nonce(BlobOf("0401bb"));
-    EXPECT_EQ(HexOf(nonce.get_nonce()), "0401aa");
 }

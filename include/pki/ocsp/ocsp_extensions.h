@@ -12,9 +12,10 @@
 //
 // The blob given to a constructor is the extension's value (the contents of extnValue), not
 // a whole Extension. Its origin is not checked: each class always carries its own object
-// identifier. Bytes that are not a value of the class's syntax (an empty blob included)
-// throw CRYPT_E_ASN1_INTERNAL, and no object is made. Criticality is left to whoever puts
-// the value into a CExtensions list.
+// identifier. For a class with a typed value, bytes that are not a value of its syntax (an
+// empty blob included) throw CRYPT_E_ASN1_INTERNAL, and no object is made; the nonce and
+// the two markers take any bytes. Criticality is left to whoever puts the value into a
+// CExtensions list.
 #ifndef VELMOR_PKI_OCSP_OCSP_EXTENSIONS_H
 #define VELMOR_PKI_OCSP_OCSP_EXTENSIONS_H
 
