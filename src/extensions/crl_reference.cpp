@@ -7,7 +7,6 @@
 #include "foundation/asn1_traits.h"
 
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <pki/ocsp/atl_exception.h>
 
