@@ -75,10 +75,9 @@ void SetGeneralNames(ASN1CTXT* ctxt, ASN1T_GeneralNames& out, const CGeneralName
 
 CGeneralNames GetGeneralNames(const ASN1T_GeneralNames& in) {
     CGeneralNames names;
+    std::list<CGeneralName>& items = Velmor::Detail::UnderlyingList<CGeneralName>(names);
     ForEach<ASN1T_GeneralName>(in, [&](const ASN1T_GeneralName& element) {
-        CGeneralName name;
-        ASN1T_GeneralName_traits::get(element, name);
-        names.push_back(name);
+        ASN1T_GeneralName_traits::get(element, items.emplace_back());
     });
     return names;
 }
@@ -304,11 +303,14 @@ void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSy
     }
 }
 
+// The points are built in place in a new list, which then takes the place of value's.
 void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
                                            CCRLDistPointsSyntax& value) {
     CCRLDistPointsSyntax points;
+    std::list<CDistributionPoint>& items =
+        Velmor::Detail::UnderlyingList<CDistributionPoint>(points);
     ForEach<ASN1T_DistributionPoint>(in, [&](const ASN1T_DistributionPoint& element) {
-        CDistributionPoint point;
+        CDistributionPoint& point = items.emplace_back();
         if (element.m.distributionPointPresent &&
             element.distributionPoint.t == T_DistributionPointName_fullName) {
             const CGeneralNames names = GetGeneralNames(element.distributionPoint.fullName);
@@ -326,9 +328,8 @@ void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
             const CGeneralNames issuer = GetGeneralNames(element.cRLIssuer);
             point.put_cRLIssuer(&issuer);
         }
-        points.push_back(point);
     });
-    value = points;
+    value.swap(points);
 }
 
 // ---- Authority information access
@@ -348,14 +349,14 @@ void ASN1T_AuthorityInfoAccessSyntax_traits::set(ASN1CTXT* ctxt,
 void ASN1T_AuthorityInfoAccessSyntax_traits::get(const ASN1T_AuthorityInfoAccessSyntax& in,
                                                  CAuthorityInfoAccessSyntax& value) {
     CAuthorityInfoAccessSyntax descriptions;
+    std::list<CAccessDescription>& items =
+        Velmor::Detail::UnderlyingList<CAccessDescription>(descriptions);
     ForEach<ASN1T_AccessDescription>(in, [&](const ASN1T_AccessDescription& element) {
-        CStringProxy method;
-        ASN1TObjId_traits::get(element.accessMethod, method);
         CGeneralName location;
         ASN1T_GeneralName_traits::get(element.accessLocation, location);
-        descriptions.push_back(CAccessDescription(method.c_str(), location));
+        items.emplace_back(OidText(element.accessMethod), location);
     });
-    value = descriptions;
+    value.swap(descriptions);
 }
 
 // ---- Algorithm identifiers and integers

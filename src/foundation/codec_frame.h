@@ -115,6 +115,19 @@ template <class Traits, class Value> CBlob EncodeWith(const Value& value) {
     return Encode(buffer, structure);
 }
 
+// The same into an existing blob, whose storage is reused when it has room; into keeps its
+// bytes when the conversion throws.
+template <class Traits, class Value> void EncodeWith(const Value& value, CBlob& into) {
+    ASN1BEREncodeBuffer buffer;
+    typename Traits::Type structure{};
+    Traits::set(buffer.getCtxtPtr(), structure, value);
+    const int status = EncodeStatus(buffer, structure);
+    if (status <= 0) {
+        ThrowFailure(buffer, status);
+    }
+    into.assign(buffer.getMsgPtr(), static_cast<unsigned long>(status));
+}
+
 // Decodes encoded as one Traits::Type and replaces value with Traits::get of it; value is
 // untouched when the bytes do not decode.
 template <class Traits, class Value>

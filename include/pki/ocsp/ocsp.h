@@ -18,6 +18,7 @@
 #include <pki/ocsp/dll_list.h>
 #include <pki/ocsp/extensions.h>
 #include <pki/ocsp/general_name.h>
+#include <pki/ocsp/ocsp_extensions.h>
 #include <pki/ocsp/req_cert.h>
 #include <pki/ocsp/request_message.h>
 #include <pki/ocsp/response_message.h>
