@@ -39,7 +39,9 @@ class TraceSettingsTest : public testing::Test {
     ModuleSettings Entry() const { return GetModules().at(m_entry); }
 
     std::size_t m_entry = 0;
-    std::string m_path = testing::TempDir() + "velmor-trace-settings.reg";
+    // One file per test: ctest runs the tests of this fixture in parallel processes.
+    std::string m_path = testing::TempDir() + "velmor-trace-" +
+                         testing::UnitTest::GetInstance()->current_test_info()->name() + ".reg";
 };
 
 TEST_F(TraceSettingsTest, NoKeyChangesNothing) {
