@@ -272,6 +272,23 @@ void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value
     }
 }
 
+bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions* value) {
+    if (value == nullptr || value->empty()) {
+        return false;
+    }
+    ASN1T_Extensions_traits::set(ctxt, out, *value);
+    return true;
+}
+
+std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in) {
+    if (!present) {
+        return nullptr;
+    }
+    auto extensions = std::make_unique<CExtensions>();
+    ASN1T_Extensions_traits::get(in, *extensions);
+    return extensions;
+}
+
 // ---- CRL distribution points
 
 void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSyntax& out,

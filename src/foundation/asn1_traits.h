@@ -7,6 +7,7 @@
 
 #include "asn1/ocsp_types.h"
 
+#include <memory>
 #include <pki/ocsp/algorithm_identifier.h>
 #include <pki/ocsp/authority_info_access.h>
 #include <pki/ocsp/big_integer.h>
@@ -63,6 +64,12 @@ struct ASN1T_Extensions_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions& value);
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
+
+// An optional extensions field of a structure. Set writes value into out when it is present
+// and not empty, and says whether it did: an empty list is left off the wire. Get gives the
+// decoded list when the field was present (an empty one stays present), null otherwise.
+bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions* value);
+std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in);
 
 struct ASN1T_GeneralName_traits {
     using Type = ASN1T_GeneralName;

@@ -2,6 +2,7 @@
 #include <pki/ocsp/basic_response.h>
 
 #include "foundation/codec_frame.h"
+#include "message/entry_version.h"
 #include "response/response_traits.h"
 
 #include <memory>
@@ -60,11 +61,7 @@ const CExtensions* CBasicResponse::get_responseExtensions() const {
 }
 
 void CBasicResponse::put_responses(const CSingleResponseList& responses) {
-    bool onlyCertIds = true;
-    for (const CSingleResponse& entry : responses) {
-        onlyCertIds = onlyCertIds && entry.get_reqCert().get_certID() != nullptr;
-    }
-    m_data->version = onlyCertIds ? v1 : v2;
+    m_data->version = VersionFor(responses);
     if (&responses != &m_data->responses) {
         m_data->responses = responses;
     }

@@ -68,21 +68,13 @@ void ASN1T_SingleResponse_traits::set(ASN1CTXT* ctxt, ASN1T_SingleResponse& out,
         out.m.nextUpdatePresent = 1;
         ASN1GeneralizedTime_traits::set(ctxt, out.nextUpdate, *entry.nextUpdate);
     }
-    const CExtensions* extensions = entry.singleExtensions.get();
-    if (extensions != nullptr && !extensions->empty()) {
-        out.m.singleExtensionsPresent = 1;
-        ASN1T_Extensions_traits::set(ctxt, out.singleExtensions, *extensions);
-    }
+    out.m.singleExtensionsPresent =
+        SetOptionalExtensions(ctxt, out.singleExtensions, entry.singleExtensions.get());
 }
 
 void ASN1T_SingleResponse_traits::get(const ASN1T_SingleResponse& in, CSingleResponse& value) {
     auto& entry = Records::Of(value);
-    ASN1T_ReqCert_traits::get(in.certID, entry.reqCert);
-    if (entry.reqCert.get_certID() == nullptr && entry.reqCert.get_fullCertType() == nullptr &&
-        entry.reqCert.get_certIdWithSignature() == nullptr) {
-        // A choice the decoder did not fill leaves the reference of a default entry.
-        entry.reqCert = CReqCert(CReqCert::certificate, CBlob());
-    }
+    GetEntryReference(in.certID, entry.reqCert);
     ASN1T_CertStatus_traits::get(in.certStatus, entry.certStatus);
     ASN1GeneralizedTime_traits::get(in.thisUpdate, entry.thisUpdate);
     entry.nextUpdate.reset();
@@ -91,11 +83,8 @@ void ASN1T_SingleResponse_traits::get(const ASN1T_SingleResponse& in, CSingleRes
         ASN1GeneralizedTime_traits::get(in.nextUpdate, nextUpdate);
         entry.nextUpdate = nextUpdate;
     }
-    entry.singleExtensions.reset();
-    if (in.m.singleExtensionsPresent) {
-        entry.singleExtensions = std::make_unique<CExtensions>();
-        ASN1T_Extensions_traits::get(in.singleExtensions, *entry.singleExtensions);
-    }
+    entry.singleExtensions =
+        GetOptionalExtensions(in.m.singleExtensionsPresent, in.singleExtensions);
 }
 
 // ---- ResponderID
@@ -144,11 +133,8 @@ void ASN1T_ResponseData_traits::set(ASN1CTXT* ctxt, ASN1T_ResponseData& out, con
         ASN1T_SingleResponse_traits::set(
             ctxt, Codec::AppendNew<ASN1T_SingleResponse>(ctxt, out.responses), entry);
     }
-    const CExtensions* extensions = value.responseExtensions.get();
-    if (extensions != nullptr && !extensions->empty()) {
-        out.m.responseExtensionsPresent = 1;
-        ASN1T_Extensions_traits::set(ctxt, out.responseExtensions, *extensions);
-    }
+    out.m.responseExtensionsPresent =
+        SetOptionalExtensions(ctxt, out.responseExtensions, value.responseExtensions.get());
 }
 
 void ASN1T_BasicOCSPResponse_traits::set(ASN1CTXT* ctxt, ASN1T_BasicOCSPResponse& out,
@@ -203,10 +189,8 @@ void ASN1T_BasicOCSPResponse_traits::get(const ASN1T_BasicOCSPResponse& in, Reco
     ASN1T_ResponderID_traits::get(tbs.responderID, value.responderID);
     ASN1GeneralizedTime_traits::get(tbs.producedAt, value.producedAt);
     AppendResponses(tbs.responses, value.responses);
-    if (tbs.m.responseExtensionsPresent) {
-        value.responseExtensions = std::make_unique<CExtensions>();
-        ASN1T_Extensions_traits::get(tbs.responseExtensions, *value.responseExtensions);
-    }
+    value.responseExtensions =
+        GetOptionalExtensions(tbs.m.responseExtensionsPresent, tbs.responseExtensions);
 
     auto algorithm = std::make_unique<CAlgorithmIdentifierEx>();
     ASN1T_AlgorithmIdentifier_traits::get(in.signatureAlgorithm, *algorithm);
