@@ -299,7 +299,9 @@ bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
         return false;
     }
     for (const char* c = text; *c != '\0'; ++c) {
-        if (std::strchr("0123456789.,+-Z", *c) == nullptr) {
+        const bool allowed = (*c >= '0' && *c <= '9') || *c == '.' || *c == ',' || *c == '+' ||
+                             *c == '-' || *c == 'Z';
+        if (!allowed) {
             return fail(RTERR_BADVALUE, "character in a time");
         }
     }

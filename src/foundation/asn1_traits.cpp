@@ -1,12 +1,14 @@
 #include "foundation/asn1_traits.h"
 
 #include "foundation/codec_frame.h"
+#include "foundation/datetime_text.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
 
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
+#include <string_view>
 
 using namespace Velmor::Win32;
 using Velmor::Codec::AllocZ;
@@ -24,7 +26,7 @@ CBlob BlobOf(const ASN1OCTET* data, std::size_t size) {
     return size == 0 ? CBlob() : CBlob(data, ToLength(size));
 }
 
-const char* CopyText(ASN1CTXT* ctxt, const std::string& text) {
+const char* CopyText(ASN1CTXT* ctxt, std::string_view text) {
     char* copy = rtMemStrNDup(ctxt, text.data(), text.size());
     if (copy == nullptr) {
         ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
@@ -92,8 +94,9 @@ void ASN1TDynOctStr_traits::set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob
     out.numocts = static_cast<OSUINT32>(value.cbData());
 }
 
+// The get functions assign into value, so that a blob decoded into again keeps its storage.
 void ASN1TDynOctStr_traits::get(const ASN1TDynOctStr& in, CBlob& value) {
-    value = BlobOf(in.data, in.numocts);
+    value.assign(in.data, in.numocts);
 }
 
 void ASN1TDynBitStr_traits::set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value) {
@@ -102,7 +105,7 @@ void ASN1TDynBitStr_traits::set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob
 }
 
 void ASN1TDynBitStr_traits::get(const ASN1TDynBitStr& in, CBlob& value) {
-    value = BlobOf(in.data, (static_cast<std::size_t>(in.numbits) + 7) / 8);
+    value.assign(in.data, ToLength((static_cast<std::size_t>(in.numbits) + 7) / 8));
 }
 
 void ASN1TObjId_traits::set(ASN1CTXT* ctxt, ASN1OBJID& out, const char* text) {
@@ -140,7 +143,9 @@ void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
-    out = CopyText(ctxt, value.ToGeneralizedTime(true));
+    char text[Velmor::Detail::kUtcGeneralizedTimeMax];
+    const std::size_t length = Velmor::Detail::WriteUtcGeneralizedTime(value, text);
+    out = CopyText(ctxt, std::string_view(text, length));
 }
 
 void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) { value = CDateTime(in); }

@@ -20,7 +20,7 @@
 
 namespace Velmor::ASN1 {
 
-// OCTET STRING contents <-> CBlob.
+// OCTET STRING contents <-> CBlob. get reuses value's storage when the contents fit.
 struct ASN1TDynOctStr_traits {
     using Type = ASN1TDynOctStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value);
@@ -28,7 +28,8 @@ struct ASN1TDynOctStr_traits {
 };
 
 // BIT STRING <-> CBlob of whole octets (a signature value). get keeps the octets as they
-// stand; a bit count that is not a multiple of 8 keeps its last, partly used octet.
+// stand (a bit count that is not a multiple of 8 keeps its last, partly used octet) and
+// reuses value's storage when they fit.
 struct ASN1TDynBitStr_traits {
     using Type = ASN1TDynBitStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value);
