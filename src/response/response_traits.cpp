@@ -7,8 +7,10 @@
 #include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
 
+#include <list>
 #include <pki/ocsp/atl_exception.h>
 #include <stdexcept>
+#include <utility>
 
 namespace Velmor::PKI::OCSP {
 
@@ -154,19 +156,49 @@ void ASN1T_BasicOCSPResponse_traits::set(ASN1CTXT* ctxt, ASN1T_BasicOCSPResponse
 
 namespace {
 
-// Appends one entry per decoded SingleResponse, each built in place; an entry whose
-// conversion fails is removed again before the failure goes on.
-void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& list) {
+// What a decode takes out of the object before it converts anything, so that a conversion
+// that fails part way leaves the object without them; their storage then serves the new
+// values where it fits (an object decoded into again allocates little).
+struct Taken {
+    std::unique_ptr<CAlgorithmIdentifierEx> algorithm;
+    std::unique_ptr<CBlob> signature;
+    CSingleResponseList entries;
+    CBlob received;
+
+    explicit Taken(ASN1T_BasicOCSPResponse_traits::Record& value) {
+        algorithm.swap(value.signedPart.algorithm);
+        signature.swap(value.signedPart.signature);
+        entries.swap(value.responses);
+        std::swap(received, value.signedPart.received);
+        value.certs.reset();
+        value.responseExtensions.reset();
+    }
+
+    template <class T> static std::unique_ptr<T> Reuse(std::unique_ptr<T>& taken) {
+        return taken ? std::move(taken) : std::make_unique<T>();
+    }
+};
+
+// Appends one entry per decoded SingleResponse, each converted in place: in an entry taken
+// from spare while there are any, else in a new one. An entry whose conversion fails is
+// removed again before the failure goes on.
+void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& list,
+                     CSingleResponseList& spare) {
     if (in.count > list.max_size() - list.size()) {
         throw std::length_error("list<T> too long");
     }
     static const CCertStatus unknown;
     std::list<CSingleResponse>& entries = Detail::UnderlyingList(list);
+    std::list<CSingleResponse>& spares = Detail::UnderlyingList(spare);
     for (const OSRTDListNode* node = in.head; node != nullptr; node = node->next) {
-        CSingleResponse& entry = entries.emplace_back(CReqCert(nullptr), unknown, CDateTime());
+        if (spares.empty()) {
+            entries.emplace_back(CReqCert(nullptr), unknown, CDateTime());
+        } else {
+            entries.splice(entries.end(), spares, spares.begin());
+        }
         try {
             ASN1T_SingleResponse_traits::get(*static_cast<const ASN1T_SingleResponse*>(node->data),
-                                             entry);
+                                             entries.back());
         } catch (...) {
             entries.pop_back();
             throw;
@@ -177,25 +209,20 @@ void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& 
 } // namespace
 
 void ASN1T_BasicOCSPResponse_traits::get(const ASN1T_BasicOCSPResponse& in, Record& value) {
-    value.signedPart.algorithm.reset();
-    value.signedPart.signature.reset();
-    value.signedPart.received = CBlob();
-    value.certs.reset();
-    value.responseExtensions.reset();
-    value.responses.clear();
+    Taken taken(value);
 
     const ASN1T_ResponseData& tbs = in.tbsResponseData;
     value.version = tbs.m.versionPresent ? static_cast<Version>(tbs.version) : v1;
     ASN1T_ResponderID_traits::get(tbs.responderID, value.responderID);
     ASN1GeneralizedTime_traits::get(tbs.producedAt, value.producedAt);
-    AppendResponses(tbs.responses, value.responses);
+    AppendResponses(tbs.responses, value.responses, taken.entries);
     value.responseExtensions =
         GetOptionalExtensions(tbs.m.responseExtensionsPresent, tbs.responseExtensions);
 
-    auto algorithm = std::make_unique<CAlgorithmIdentifierEx>();
+    auto algorithm = Taken::Reuse(taken.algorithm);
     ASN1T_AlgorithmIdentifier_traits::get(in.signatureAlgorithm, *algorithm);
     value.signedPart.algorithm = std::move(algorithm);
-    auto signature = std::make_unique<CBlob>();
+    auto signature = Taken::Reuse(taken.signature);
     ASN1TDynBitStr_traits::get(in.signature, *signature);
     value.signedPart.signature = std::move(signature);
     if (in.m.certsPresent) {
@@ -203,7 +230,8 @@ void ASN1T_BasicOCSPResponse_traits::get(const ASN1T_BasicOCSPResponse& in, Reco
         ASN1T__SeqOfCertificate_traits::get(in.certs, *certs);
         value.certs = std::move(certs);
     }
-    value.signedPart.received.assign(tbs.raw.data, tbs.raw.numocts);
+    taken.received.assign(tbs.raw.data, tbs.raw.numocts);
+    std::swap(value.signedPart.received, taken.received);
 }
 
 } // namespace Velmor::PKI::OCSP

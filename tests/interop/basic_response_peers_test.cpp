@@ -243,6 +243,8 @@ CBasicResponse OurResponse(CResponderID::Type type) {
 } // namespace
 
 TEST(BasicResponsePeers, PeerResponsesDecodeAsOpensslReadsThemAndEncodeUnchanged) {
+    // Every response is also decoded into one object that held the previous one.
+    CBasicResponse reused;
     for (const auto& peer : kPeerResponses) {
         SCOPED_TRACE(peer.file);
         const CBlob der = BasicBody(peer.file);
@@ -251,6 +253,8 @@ TEST(BasicResponsePeers, PeerResponsesDecodeAsOpensslReadsThemAndEncodeUnchanged
         EXPECT_EQ(response.get_version(), v1);
         EXPECT_EQ(OurView(response), OpensslView(der));
         EXPECT_EQ(HexOf(response.encode()), HexOf(der));
+        reused.decode(der);
+        EXPECT_EQ(OurView(reused), OurView(response));
 
         // The responder identifier the peer wrote is the one we derive from its certificate.
         const CResponderID& id = response.get_responderID();
