@@ -162,13 +162,13 @@ namespace {
 struct Taken {
     std::unique_ptr<CAlgorithmIdentifierEx> algorithm;
     std::unique_ptr<CBlob> signature;
-    CSingleResponseList entries;
+    std::list<CSingleResponse> entries; // a plain list: a CDllList would allocate its own
     CBlob received;
 
     explicit Taken(ASN1T_BasicOCSPResponse_traits::Record& value) {
         algorithm.swap(value.signedPart.algorithm);
         signature.swap(value.signedPart.signature);
-        entries.swap(value.responses);
+        entries.swap(Detail::UnderlyingList(value.responses));
         std::swap(received, value.signedPart.received);
         value.certs.reset();
         value.responseExtensions.reset();
@@ -183,13 +183,12 @@ struct Taken {
 // from spare while there are any, else in a new one. An entry whose conversion fails is
 // removed again before the failure goes on.
 void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& list,
-                     CSingleResponseList& spare) {
+                     std::list<CSingleResponse>& spares) {
     if (in.count > list.max_size() - list.size()) {
         throw std::length_error("list<T> too long");
     }
     static const CCertStatus unknown;
     std::list<CSingleResponse>& entries = Detail::UnderlyingList(list);
-    std::list<CSingleResponse>& spares = Detail::UnderlyingList(spare);
     for (const OSRTDListNode* node = in.head; node != nullptr; node = node->next) {
         if (spares.empty()) {
             entries.emplace_back(CReqCert(nullptr), unknown, CDateTime());
