@@ -60,10 +60,9 @@ class VELMOR_OCSP_API CBasicResponse {
     // Replaces every field from BER and keeps tbsResponseData exactly as received, for
     // checking the signature. Throws E_INVALIDARG for an empty blob and
     // CRYPT_E_ASN1_INTERNAL for bytes that are not a BasicOCSPResponse; either way the
-    // object is left as it was. A value that decodes but cannot be converted (a time that is
-    // no time, an empty serial number) throws CRYPT_E_ASN1_INTERNAL too, but only after the
-    // signature, certificates, extensions and entries were dropped: such an object is to be
-    // discarded.
+    // object is left as it was. A value that decodes but cannot be converted (a time field
+    // whose text is no time) throws CRYPT_E_ASN1_INTERNAL too, but only after the signature,
+    // certificates, extensions and entries were dropped: such an object is to be discarded.
     void decode(const CBlob& encoded);
 
   private:
