@@ -65,21 +65,17 @@ std::string State(const CBasicResponse& response) {
 
 TEST(CBasicResponse, NewResponseIsUnsignedAndCannotBeEncoded) {
     const CBasicResponse empty;
-    EXPECT_EQ(empty.get_version(), v1);
     EXPECT_EQ(empty.get_producedAt(), CDateTime(0, 0));
     EXPECT_EQ(empty.get_responderID().get_type(), CResponderID::byName);
     EXPECT_EQ(empty.get_responderID().get_value().cbData(), 0u);
     EXPECT_TRUE(empty.get_responses().empty());
-    EXPECT_EQ(empty.get_signatureAlgorithm(), nullptr);
-    EXPECT_EQ(empty.get_signature(), nullptr);
-    EXPECT_EQ(empty.get_certs(), nullptr);
-    EXPECT_EQ(empty.get_responseExtensions(), nullptr);
     EXPECT_HRESULT_THROW(empty.encode(), E_FAIL);
 
     CBasicResponse built(kTime, CResponderID(CResponderID::byKey, BlobOf("0102")));
     built.put_responses(Entries({CertIdOf(1)}));
-    EXPECT_EQ(built.get_producedAt(), kTime);
     EXPECT_EQ(built.get_responderID(), CResponderID(CResponderID::byKey, BlobOf("0102")));
+    EXPECT_EQ(built.get_signature(), nullptr);
+    EXPECT_EQ(built.get_signatureAlgorithm(), nullptr);
     EXPECT_HRESULT_THROW(built.encode(), E_FAIL);
 }
 
