@@ -18,13 +18,13 @@ namespace Velmor::PKI::OCSP {
 
 // The optional fields of the entry classes live inside their records: a getter's pointer
 // stays valid until the field is changed.
-struct CCertStatus::Data {
+struct VELMOR_OCSP_LOCAL CCertStatus::Data {
     Type type = unknown;
     CDateTime revocationTime;
     std::optional<ASN1::CrlReason> revocationReason;
 };
 
-struct CSingleResponse::Data {
+struct VELMOR_OCSP_LOCAL CSingleResponse::Data {
     CReqCert reqCert;
     CCertStatus certStatus;
     CDateTime thisUpdate;
@@ -42,7 +42,7 @@ struct CSingleResponse::Data {
           singleExtensions(Detail::CopyOf(other.singleExtensions.get())) {}
 };
 
-struct CBasicResponse::Data {
+struct VELMOR_OCSP_LOCAL CBasicResponse::Data {
     Version version = v1;
     CDateTime producedAt;
     CResponderID responderID;
