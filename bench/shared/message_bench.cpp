@@ -24,10 +24,12 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <openssl/crypto.h>
 #include <openssl/ocsp.h>
 #include <pki/ocsp/atl_exception.h>
+#include <pki/ocsp/basic_response.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/cert_id.h>
 #include <pki/ocsp/request_message.h>
@@ -36,8 +38,10 @@
 #include <vector>
 
 using Velmor::CBlob;
+using Velmor::PKI::OCSP::CBasicResponse;
 using Velmor::PKI::OCSP::CRequestMessage;
 using Velmor::PKI::OCSP::CResponseMessage;
+using Velmor::PKI::OCSP::CSingleResponseList;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -81,6 +85,32 @@ OCSP_RESPONSE* OpenSslResponse(const Bytes& der) {
     return response;
 }
 
+OCSP_BASICRESP* OpenSslBasicResponse(const Bytes& der) {
+    const unsigned char* p = der.data();
+    OCSP_BASICRESP* response = d2i_OCSP_BASICRESP(nullptr, &p, static_cast<long>(der.size()));
+    Require(response != nullptr && p == der.data() + der.size(), "d2i_OCSP_BASICRESP");
+    return response;
+}
+
+// The BasicOCSPResponse that an OCSPResponse fixture carries.
+Bytes BasicBody(const std::string& relative) {
+    CResponseMessage message;
+    message.decode(CBlob(ReadData(relative)));
+    Require(message.get_response() != nullptr, relative + " has no body");
+    return BytesOf(*message.get_response());
+}
+
+// The basic response of one entry, with that entry repeated count times, and its signature
+// (which then no longer matches: decoding does not check it).
+Bytes RepeatedEntries(const Bytes& oneEntry, std::size_t count) {
+    CBasicResponse response;
+    response.decode(CBlob(oneEntry));
+    CSingleResponseList entries;
+    entries.assign(count, response.get_responses().front());
+    response.put_responses(entries);
+    return BytesOf(response.encode());
+}
+
 template <class T, class I2d> Bytes OpenSslEncoding(T* value, I2d i2d) {
     unsigned char* out = nullptr;
     const int length = i2d(value, &out);
@@ -110,6 +140,30 @@ void CheckResponseRoundTrip(const std::string& name, const Bytes& der) {
     Require(OpenSslEncoding(response, i2d_OCSP_RESPONSE) == der,
             name + ": OpenSSL's encoding differs from the input");
     OCSP_RESPONSE_free(response);
+}
+
+void CheckBasicResponseRoundTrip(const std::string& name, const Bytes& der) {
+    CBasicResponse response;
+    response.decode(CBlob(der));
+    Require(BytesOf(response.encode()) == der, name + ": our encoding differs from the input");
+    OCSP_BASICRESP* basic = OpenSslBasicResponse(der);
+    Require(OpenSslEncoding(basic, i2d_OCSP_BASICRESP) == der,
+            name + ": OpenSSL's encoding differs from the input");
+    OCSP_BASICRESP_free(basic);
+}
+
+// Like requests, a decoded basic response is written anew by i2d_OCSP_BASICRESP (only the
+// certificates and the responder's Name come from octets OpenSSL kept, as ours do).
+void CheckOpenSslReencodesBasicResponses(const Bytes& der) {
+    OCSP_BASICRESP* basic = OpenSslBasicResponse(der);
+    ASN1_INTEGER* serial = nullptr;
+    OCSP_id_get0_info(nullptr, nullptr, nullptr, &serial,
+                      const_cast<OCSP_CERTID*>(OCSP_SINGLERESP_get0_id(OCSP_resp_get0(basic, 0))));
+    Require(serial != nullptr, "serial number of the first entry");
+    ASN1_INTEGER_set(serial, ASN1_INTEGER_get(serial) == 1 ? 2 : 1);
+    Require(OpenSslEncoding(basic, i2d_OCSP_BASICRESP) != der,
+            "i2d_OCSP_BASICRESP writes a decoded response from its fields");
+    OCSP_BASICRESP_free(basic);
 }
 
 // i2d_OCSP_REQUEST writes a decoded request anew rather than from octets it kept: a changed
@@ -280,6 +334,60 @@ std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedE
     return operations;
 }
 
+// Decode (into a new object per call) and encode (of an object decoded once) of a basic
+// response, against d2i_OCSP_BASICRESP with OCSP_BASICRESP_free and i2d_OCSP_BASICRESP.
+void AddBasicResponseOperations(std::vector<Operation>& operations, const std::string& shape,
+                                const Bytes& der, bool encodeToo) {
+    operations.push_back({"basic decode, " + shape,
+                          [blob = CBlob(der)](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  CBasicResponse response;
+                                  response.decode(blob);
+                                  Keep(response.get_responses().size());
+                              }
+                          },
+                          [&der](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  const unsigned char* p = der.data();
+                                  OCSP_BASICRESP* decoded = d2i_OCSP_BASICRESP(
+                                      nullptr, &p, static_cast<long>(der.size()));
+                                  Keep(decoded);
+                                  OCSP_BASICRESP_free(decoded);
+                              }
+                          }});
+    if (!encodeToo) {
+        return;
+    }
+    // Decoding again into one object, as a client that keeps one for every answer does.
+    auto reused = std::make_shared<CBasicResponse>();
+    operations.push_back({"basic decode again, " + shape,
+                          [reused, blob = CBlob(der)](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  reused->decode(blob);
+                                  Keep(reused->get_responses().size());
+                              }
+                          },
+                          operations.back().openssl});
+    auto response = std::make_shared<CBasicResponse>();
+    response->decode(CBlob(der));
+    std::shared_ptr<OCSP_BASICRESP> decoded(OpenSslBasicResponse(der), OCSP_BASICRESP_free);
+    operations.push_back({"basic encode, " + shape,
+                          [response](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  CBlob encoded = response->encode();
+                                  Keep(encoded.pbData());
+                              }
+                          },
+                          [decoded](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  unsigned char* out = nullptr;
+                                  const int length = i2d_OCSP_BASICRESP(decoded.get(), &out);
+                                  Keep(length);
+                                  OPENSSL_free(out);
+                              }
+                          }});
+}
+
 struct Settings {
     int rounds = 21;
     double batchMicroseconds = 2000;
@@ -338,7 +446,13 @@ double Quantile(std::vector<double> values, double q) {
     return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1) + 0.5)];
 }
 
-void Measure(const Operation& operation, const Settings& settings) {
+// The median time per call of each side.
+struct Timing {
+    double oursNs = 0;
+    double theirNs = 0;
+};
+
+Timing Measure(const Operation& operation, const Settings& settings) {
     // The batch size: calls of ours that take about the batch time; OpenSSL makes as many.
     std::size_t n = 1;
     while (Seconds(operation.ours, n) < settings.batchMicroseconds * 1e-6 && n < (1u << 30)) {
@@ -364,11 +478,14 @@ void Measure(const Operation& operation, const Settings& settings) {
         ratios.push_back(b / a);
     }
 
-    constexpr std::size_t kCounted = 1000;
+    // Up to 1000 calls, fewer for operations whose batch is short (a 10 000-entry decode).
+    const std::size_t counted = std::clamp<std::size_t>(n, 10, 1000);
     const double oursAllocations =
-        static_cast<double>(AllocationsOf([&] { operation.ours(kCounted); })) / kCounted;
+        static_cast<double>(AllocationsOf([&] { operation.ours(counted); })) /
+        static_cast<double>(counted);
     const double theirAllocations =
-        static_cast<double>(AllocationsOf([&] { operation.openssl(kCounted); })) / kCounted;
+        static_cast<double>(AllocationsOf([&] { operation.openssl(counted); })) /
+        static_cast<double>(counted);
 
     const double oursNs = Median(ours);
     const double theirNs = Median(theirs);
@@ -376,6 +493,30 @@ void Measure(const Operation& operation, const Settings& settings) {
                 oursNs, theirNs, theirNs / oursNs, Quantile(ratios, 0.25), Quantile(ratios, 0.75),
                 oursAllocations, theirAllocations);
     std::fflush(stdout);
+    return {oursNs, theirNs};
+}
+
+// Decode time per entry of the responses that repeat one entry 1, 100 and 10 000 times: the
+// whole call divided by the entries, and the cost of each entry beyond the first.
+void PrintPerEntry(const std::map<std::string, Timing>& timings) {
+    const auto one = timings.find("basic decode, 1 entry, no certs");
+    const auto hundred = timings.find("basic decode, 100 repeated entries");
+    const auto many = timings.find("basic decode, 10000 repeated entries");
+    if (one == timings.end() || hundred == timings.end() || many == timings.end()) {
+        return;
+    }
+    std::printf("\nbasic decode per entry, ns (whole call / entries; each entry beyond the "
+                "first)\n");
+    const auto row = [&](const char* side, double Timing::*ns) {
+        const double t1 = one->second.*ns;
+        const double t100 = hundred->second.*ns;
+        const double t10000 = many->second.*ns;
+        std::printf("%-8s 1: %8.1f   100: %7.1f   10000: %7.1f   added: %7.1f (100) %7.1f "
+                    "(10000)\n",
+                    side, t1, t100 / 100, t10000 / 10000, (t100 - t1) / 99, (t10000 - t1) / 9999);
+    };
+    row("ours", &Timing::oursNs);
+    row("openssl", &Timing::theirNs);
 }
 
 } // namespace
@@ -387,6 +528,14 @@ int main(int argc, char** argv) {
         const Bytes signedEc = ReadData("ocsp/req-signed-ec.der");
         const Bytes signedRsa = ReadData("ocsp/req-signed-rsa.der");
         const Bytes response = ReadData("ocsp/resp-good-rsa.der");
+        // Basic responses: one entry without certificates, one entry with the responder's
+        // certificate (both by Name), 100 entries (openssl's, mostly unknown serials), and
+        // the first one's entry repeated 100 and 10 000 times.
+        const Bytes basicOne = BasicBody("ocsp/resp-nocerts-rsa.der");
+        const Bytes basicWithCert = BasicBody("ocsp/resp-plain-rsa.der");
+        const Bytes basicHundred = BasicBody("ocsp/resp-100-rsa.der");
+        const Bytes repeatedHundred = RepeatedEntries(basicOne, 100);
+        const Bytes repeatedMany = RepeatedEntries(basicOne, 10000);
 
         CheckAllocationCounter(pythonNonce);
         CheckRequestRoundTrip("req-python-nonce.der", pythonNonce);
@@ -395,6 +544,18 @@ int main(int argc, char** argv) {
         CheckResponseRoundTrip("resp-good-rsa.der", response);
         CheckOpenSslReencodesRequests(pythonNonce);
         CheckOpenSslReencodesRequests(signedEc);
+        CheckBasicResponseRoundTrip("resp-nocerts-rsa.der", basicOne);
+        CheckBasicResponseRoundTrip("resp-plain-rsa.der", basicWithCert);
+        CheckBasicResponseRoundTrip("resp-100-rsa.der", basicHundred);
+        CheckBasicResponseRoundTrip("10000 repeated entries", repeatedMany);
+        CheckOpenSslReencodesBasicResponses(basicOne);
+
+        std::vector<Operation> operations = Operations(pythonNonce, signedEc, signedRsa, response);
+        AddBasicResponseOperations(operations, "1 entry, no certs", basicOne, true);
+        AddBasicResponseOperations(operations, "1 entry, responder cert", basicWithCert, true);
+        AddBasicResponseOperations(operations, "100 entries", basicHundred, true);
+        AddBasicResponseOperations(operations, "100 repeated entries", repeatedHundred, false);
+        AddBasicResponseOperations(operations, "10000 repeated entries", repeatedMany, false);
 
         if (settings.profileCalls == 0) {
             std::printf("%d rounds; per call: median ns of each side, speedup = OpenSSL / ours, "
@@ -405,7 +566,8 @@ int main(int argc, char** argv) {
             std::printf("%-36s %10s %10s %8s  %-11s %7s %7s\n", "", "", "", "", "", "ours",
                         "openssl");
         }
-        for (const Operation& operation : Operations(pythonNonce, signedEc, signedRsa, response)) {
+        std::map<std::string, Timing> timings;
+        for (const Operation& operation : operations) {
             if (operation.name.find(settings.filter) == std::string::npos) {
                 continue;
             }
@@ -413,9 +575,10 @@ int main(int argc, char** argv) {
                 operation.ours(settings.profileCalls);
                 operation.openssl(settings.profileCalls);
             } else {
-                Measure(operation, settings);
+                timings[operation.name] = Measure(operation, settings);
             }
         }
+        PrintPerEntry(timings);
     } catch (const ATL::CAtlException& e) {
         Fail("the library threw HRESULT " + std::to_string(static_cast<unsigned long>(e.m_hr)));
     }

@@ -36,6 +36,11 @@ struct ASN1T_ReqCert_traits {
     static void get(const ASN1T_ReqCert& in, CReqCert& value);
 };
 
+// The reference of a request or response entry: as ASN1T_ReqCert_traits::get, and a choice
+// that the decoder did not fill gives the reference of a default entry, a full certificate
+// of type certificate with an empty certificate.
+void GetEntryReference(const ASN1T_ReqCert& in, CReqCert& value);
+
 } // namespace Velmor::PKI::OCSP
 
 #endif

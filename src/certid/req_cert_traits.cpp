@@ -94,4 +94,12 @@ void ASN1T_ReqCert_traits::get(const ASN1T_ReqCert& in, CReqCert& value) {
     }
 }
 
+void GetEntryReference(const ASN1T_ReqCert& in, CReqCert& value) {
+    ASN1T_ReqCert_traits::get(in, value);
+    if (value.get_certID() == nullptr && value.get_fullCertType() == nullptr &&
+        value.get_certIdWithSignature() == nullptr) {
+        value = CReqCert(CReqCert::certificate, CBlob());
+    }
+}
+
 } // namespace Velmor::PKI::OCSP

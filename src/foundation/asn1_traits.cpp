@@ -1,12 +1,14 @@
 #include "foundation/asn1_traits.h"
 
 #include "foundation/codec_frame.h"
+#include "foundation/datetime_text.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
 
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
+#include <string_view>
 
 using namespace Velmor::Win32;
 using Velmor::Codec::AllocZ;
@@ -24,7 +26,7 @@ CBlob BlobOf(const ASN1OCTET* data, std::size_t size) {
     return size == 0 ? CBlob() : CBlob(data, ToLength(size));
 }
 
-const char* CopyText(ASN1CTXT* ctxt, const std::string& text) {
+const char* CopyText(ASN1CTXT* ctxt, std::string_view text) {
     char* copy = rtMemStrNDup(ctxt, text.data(), text.size());
     if (copy == nullptr) {
         ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
@@ -91,8 +93,9 @@ void ASN1TDynOctStr_traits::set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob
     out.numocts = static_cast<OSUINT32>(value.cbData());
 }
 
+// The get functions assign into value, so that a blob decoded into again keeps its storage.
 void ASN1TDynOctStr_traits::get(const ASN1TDynOctStr& in, CBlob& value) {
-    value = BlobOf(in.data, in.numocts);
+    value.assign(in.data, in.numocts);
 }
 
 void ASN1TDynBitStr_traits::set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value) {
@@ -101,7 +104,7 @@ void ASN1TDynBitStr_traits::set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob
 }
 
 void ASN1TDynBitStr_traits::get(const ASN1TDynBitStr& in, CBlob& value) {
-    value = BlobOf(in.data, (static_cast<std::size_t>(in.numbits) + 7) / 8);
+    value.assign(in.data, ToLength((static_cast<std::size_t>(in.numbits) + 7) / 8));
 }
 
 void ASN1TObjId_traits::set(ASN1CTXT* ctxt, ASN1OBJID& out, const char* text) {
@@ -142,7 +145,9 @@ void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
-    out = CopyText(ctxt, value.ToGeneralizedTime(true));
+    char text[Velmor::Detail::kUtcGeneralizedTimeMax];
+    const std::size_t length = Velmor::Detail::WriteUtcGeneralizedTime(value, text);
+    out = CopyText(ctxt, std::string_view(text, length));
 }
 
 void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) { value = CDateTime(in); }
@@ -272,6 +277,23 @@ void ASN1T_Extensions_traits::get(const ASN1T_Extensions& in, CExtensions& value
         items.clear();
         throw;
     }
+}
+
+bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions* value) {
+    if (value == nullptr || value->empty()) {
+        return false;
+    }
+    ASN1T_Extensions_traits::set(ctxt, out, *value);
+    return true;
+}
+
+std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in) {
+    if (!present) {
+        return nullptr;
+    }
+    auto extensions = std::make_unique<CExtensions>();
+    ASN1T_Extensions_traits::get(in, *extensions);
+    return extensions;
 }
 
 // ---- CRL distribution points

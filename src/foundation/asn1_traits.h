@@ -7,6 +7,7 @@
 
 #include "asn1/ocsp_types.h"
 
+#include <memory>
 #include <pki/ocsp/algorithm_identifier.h>
 #include <pki/ocsp/authority_info_access.h>
 #include <pki/ocsp/big_integer.h>
@@ -19,7 +20,7 @@
 
 namespace Velmor::ASN1 {
 
-// OCTET STRING contents <-> CBlob.
+// OCTET STRING contents <-> CBlob. get reuses value's storage when the contents fit.
 struct ASN1TDynOctStr_traits {
     using Type = ASN1TDynOctStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynOctStr& out, const CBlob& value);
@@ -27,7 +28,8 @@ struct ASN1TDynOctStr_traits {
 };
 
 // BIT STRING <-> CBlob of whole octets (a signature value). get keeps the octets as they
-// stand; a bit count that is not a multiple of 8 keeps its last, partly used octet.
+// stand (a bit count that is not a multiple of 8 keeps its last, partly used octet) and
+// reuses value's storage when they fit.
 struct ASN1TDynBitStr_traits {
     using Type = ASN1TDynBitStr;
     static void set(ASN1CTXT* ctxt, ASN1TDynBitStr& out, const CBlob& value);
@@ -63,6 +65,12 @@ struct ASN1T_Extensions_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions& value);
     static void get(const ASN1T_Extensions& in, CExtensions& value);
 };
+
+// An optional extensions field of a structure. Set writes value into out when it is present
+// and not empty, and says whether it did: an empty list is left off the wire. Get gives the
+// decoded list when the field was present (an empty one stays present), null otherwise.
+bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions* value);
+std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in);
 
 struct ASN1T_GeneralName_traits {
     using Type = ASN1T_GeneralName;

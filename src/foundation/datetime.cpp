@@ -1,4 +1,6 @@
 // CDateTime: construction, GeneralizedTime parsing and formatting, chrono conversion.
+#include "foundation/datetime_text.h"
+
 #include <cstdio>
 #include <ctime>
 #include <pki/ocsp/atl_exception.h>
@@ -136,8 +138,9 @@ bool FieldsInRange(const Fields& f) noexcept {
            f.hour <= 23 && f.minute <= 59 && f.second <= 59;
 }
 
-// Writes value, below 10^width, as exactly width decimal digits at out; returns the end.
-char* PutDigits(char* out, unsigned value, int width) noexcept {
+// YYYYMMDDHHMMSS[.f] of a UTC-based count of seconds; the year must be writable.
+// value's last width decimal digits, zero-padded, at out; returns the position after them.
+char* PutDigits(char* out, std::uint64_t value, int width) noexcept {
     for (int i = width - 1; i >= 0; --i) {
         out[i] = static_cast<char>('0' + value % 10);
         value /= 10;
@@ -145,8 +148,9 @@ char* PutDigits(char* out, unsigned value, int width) noexcept {
     return out + width;
 }
 
-// YYYYMMDDHHMMSS[.f] of a UTC-based count of seconds; the year must be writable.
-std::string FormatClock(std::int64_t seconds, unsigned nanoseconds) {
+// YYYYMMDDHHMMSS[.f] of a UTC time at out (at most 24 characters); returns the length.
+// Written digit by digit: a time is formatted for every time field of every message encoded.
+std::size_t WriteClock(std::int64_t seconds, unsigned nanoseconds, char* out) {
     std::int64_t days = seconds / kSecondsPerDay;
     std::int64_t secondOfDay = seconds % kSecondsPerDay;
     if (secondOfDay < 0) {
@@ -157,23 +161,32 @@ std::string FormatClock(std::int64_t seconds, unsigned nanoseconds) {
     if (date.year < 0 || date.year > 9999) {
         ATL::AtlThrow(Win32::E_INVALIDARG);
     }
-    // Written digit by digit: this runs for every time a message or extension encodes, and
-    // snprintf was most of the cost of encoding a time.
-    char text[32];
-    char* end = PutDigits(text, static_cast<unsigned>(date.year), 4);
-    end = PutDigits(end, date.month, 2);
-    end = PutDigits(end, date.day, 2);
-    end = PutDigits(end, static_cast<unsigned>(secondOfDay / 3600), 2);
-    end = PutDigits(end, static_cast<unsigned>(secondOfDay / 60 % 60), 2);
-    end = PutDigits(end, static_cast<unsigned>(secondOfDay % 60), 2);
+    char* p = PutDigits(out, static_cast<std::uint64_t>(date.year), 4);
+    p = PutDigits(p, date.month, 2);
+    p = PutDigits(p, date.day, 2);
+    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay / 3600), 2);
+    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay / 60 % 60), 2);
+    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay % 60), 2);
     if (nanoseconds != 0) {
-        *end++ = '.';
-        end = PutDigits(end, nanoseconds, 9);
-        while (end[-1] == '0') {
-            --end;
+        *p++ = '.';
+        p = PutDigits(p, nanoseconds, 9);
+        while (p[-1] == '0') {
+            --p;
         }
     }
-    return std::string(text, end);
+    return static_cast<std::size_t>(p - out);
+}
+
+std::string FormatClock(std::int64_t seconds, unsigned nanoseconds) {
+    char text[Detail::kUtcGeneralizedTimeMax];
+    return std::string(text, WriteClock(seconds, nanoseconds, text));
+}
+
+// Times a day or more outside the writable range fail before an offset is added.
+void CheckWritable(std::int64_t seconds) {
+    if (seconds < kFirstWritable - kSecondsPerDay || seconds > kLastWritable + kSecondsPerDay) {
+        ATL::AtlThrow(Win32::E_INVALIDARG);
+    }
 }
 
 // The offset of the process's local time from UTC at the given time, in whole minutes.
@@ -198,6 +211,13 @@ std::string FormatOffset(std::int64_t minutes) {
 }
 
 } // namespace
+
+std::size_t Detail::WriteUtcGeneralizedTime(const CDateTime& time, char* out) {
+    CheckWritable(time.seconds());
+    const std::size_t length = WriteClock(time.seconds(), time.nanoseconds(), out);
+    out[length] = 'Z';
+    return length + 1;
+}
 
 CDateTime::CDateTime() noexcept : m_seconds(0), m_nanoseconds(0) {}
 
@@ -230,13 +250,11 @@ bool CDateTime::TryParseGeneralizedTime(const char* text, CDateTime& result) noe
 }
 
 std::string CDateTime::ToGeneralizedTime(bool utc) const {
-    // Times a day or more outside the writable range fail here, before an offset is added.
-    if (m_seconds < kFirstWritable - kSecondsPerDay || m_seconds > kLastWritable + kSecondsPerDay) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
-    }
     if (utc) {
-        return FormatClock(m_seconds, m_nanoseconds) + "Z";
+        char text[Detail::kUtcGeneralizedTimeMax];
+        return std::string(text, Detail::WriteUtcGeneralizedTime(*this, text));
     }
+    CheckWritable(m_seconds);
     const std::int64_t offset = LocalOffsetMinutes(m_seconds);
     return FormatClock(m_seconds + offset * 60, m_nanoseconds) + FormatOffset(offset);
 }

@@ -4,6 +4,7 @@
 
 #include "foundation/codec_frame.h"
 #include "foundation/list_access.h"
+#include "message/entry_version.h"
 #include "request/request_traits.h"
 
 #include <memory>
@@ -57,11 +58,7 @@ Version CRequestMessage::get_version() const { return m_data->version; }
 const CSingleRequestList& CRequestMessage::get_requestList() const { return m_data->requestList; }
 
 void CRequestMessage::put_requestList(const CSingleRequestList& requestList) {
-    bool onlyCertIds = true;
-    for (const CSingleRequest& request : requestList) {
-        onlyCertIds = onlyCertIds && request.get_reqCert().get_certID() != nullptr;
-    }
-    m_data->version = onlyCertIds ? v1 : v2;
+    m_data->version = VersionFor(requestList);
     if (&requestList != &m_data->requestList) {
         m_data->requestList = requestList;
     }

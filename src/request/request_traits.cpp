@@ -18,27 +18,15 @@ using Detail::Records;
 void ASN1T_Request_traits::set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& value) {
     const auto& record = Records::Of(value);
     ASN1T_ReqCert_traits::set(ctxt, out.reqCert, record.reqCert);
-    const CExtensions* extensions = record.singleRequestExtensions.get();
-    if (extensions != nullptr && !extensions->empty()) {
-        out.m.singleRequestExtensionsPresent = 1;
-        ASN1T_Extensions_traits::set(ctxt, out.singleRequestExtensions, *extensions);
-    }
+    out.m.singleRequestExtensionsPresent = SetOptionalExtensions(
+        ctxt, out.singleRequestExtensions, record.singleRequestExtensions.get());
 }
 
 void ASN1T_Request_traits::get(const ASN1T_Request& in, CSingleRequest& value) {
     auto& record = Records::Of(value);
-    ASN1T_ReqCert_traits::get(in.reqCert, record.reqCert);
-    if (record.reqCert.get_certID() == nullptr && record.reqCert.get_fullCertType() == nullptr &&
-        record.reqCert.get_certIdWithSignature() == nullptr) {
-        // A choice the decoder did not fill leaves the entry an empty full certificate.
-        record.reqCert = CReqCert(CReqCert::certificate, CBlob());
-    }
-    record.singleRequestExtensions.reset();
-    if (in.m.singleRequestExtensionsPresent) {
-        // Present stays present, even when empty.
-        record.singleRequestExtensions = std::make_unique<CExtensions>();
-        ASN1T_Extensions_traits::get(in.singleRequestExtensions, *record.singleRequestExtensions);
-    }
+    GetEntryReference(in.reqCert, record.reqCert);
+    record.singleRequestExtensions =
+        GetOptionalExtensions(in.m.singleRequestExtensionsPresent, in.singleRequestExtensions);
 }
 
 namespace {
@@ -108,10 +96,8 @@ void ASN1T_OCSPRequest_traits::set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const
         tbs.m.requestorNamePresent = 1;
     }
     SetRequestList(ctxt, tbs.requestList, value.requestList);
-    if (value.requestExtensions && !value.requestExtensions->empty()) {
-        tbs.m.requestExtensionsPresent = 1;
-        ASN1T_Extensions_traits::set(ctxt, tbs.requestExtensions, *value.requestExtensions);
-    }
+    tbs.m.requestExtensionsPresent =
+        SetOptionalExtensions(ctxt, tbs.requestExtensions, value.requestExtensions.get());
     SetSignature(ctxt, out, value);
 }
 
@@ -127,10 +113,8 @@ void ASN1T_OCSPRequest_traits::get(const ASN1T_OCSPRequest& in, Record& value) {
         value.requestorName = std::make_unique<CBlob>(*name.get_directoryName());
     }
     AppendRequestList(tbs.requestList, value.requestList);
-    if (tbs.m.requestExtensionsPresent) {
-        value.requestExtensions = std::make_unique<CExtensions>();
-        ASN1T_Extensions_traits::get(tbs.requestExtensions, *value.requestExtensions);
-    }
+    value.requestExtensions =
+        GetOptionalExtensions(tbs.m.requestExtensionsPresent, tbs.requestExtensions);
     if (in.m.optionalSignaturePresent) {
         GetSignature(in.optionalSignature, value);
     }

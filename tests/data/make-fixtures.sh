@@ -16,7 +16,8 @@
 #     chain.pem       inter + root;  index.txt  the responder's database for inter
 #   ocsp/             requests written by `openssl ocsp -reqout` and responses written by
 #                     `openssl ocsp` acting as the responder for those requests;
-#                     req-python-nonce.der written by make-python-request.py
+#                     req-python-nonce.der written by make-python-request.py; further
+#                     responses written by make-responses.sh (openssl and Python)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -181,6 +182,8 @@ respond resp-unknown-rsa.der rsa req-unknown.der
 respond resp-sha256-rsa.der rsa req-sha256.der -rmd sha384
 respond resp-ec.der ec req-ec.der
 respond resp-keyid-ec.der ec req-signed-ec.der -resp_key_id -resp_no_certs
+# The further responses of the basic response tests (needs python3 with cryptography too).
+bash make-responses.sh
 
 # A checksum list so that a test can tell a damaged fixture from a broken decoder.
 find pki ocsp -type f | LC_ALL=C sort | xargs sha256sum >manifest.txt

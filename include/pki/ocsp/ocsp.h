@@ -6,6 +6,7 @@
 #include <pki/ocsp/algorithm_identifier_ex.h>
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/authority_info_access.h>
+#include <pki/ocsp/basic_response.h>
 #include <pki/ocsp/big_integer.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/cert_id.h>
@@ -21,9 +22,12 @@
 #include <pki/ocsp/ocsp_extensions.h>
 #include <pki/ocsp/req_cert.h>
 #include <pki/ocsp/request_message.h>
+#include <pki/ocsp/responder_id.h>
 #include <pki/ocsp/response_message.h>
 #include <pki/ocsp/single_request.h>
+#include <pki/ocsp/single_response.h>
 #include <pki/ocsp/string_proxy.h>
+#include <pki/ocsp/version.h>
 #include <pki/ocsp/win32.h>
 
 #endif

@@ -9,14 +9,9 @@
 #include <pki/ocsp/config.h>
 #include <pki/ocsp/extensions.h>
 #include <pki/ocsp/single_request.h>
+#include <pki/ocsp/version.h>
 
 namespace Velmor::PKI::OCSP {
-
-// The version of a request or a basic response.
-enum Version : std::int32_t {
-    v1 = 0, // the default: not written
-    v2 = 1, // needed when an entry names its certificate other than by CertID
-};
 
 class VELMOR_OCSP_API CRequestMessage {
   public:
