@@ -116,18 +116,28 @@ std::vector<std::u32string> LogicalLines(const std::u32string& text) {
     return lines;
 }
 
-std::string LowerUtf8(const std::u32string& text) {
-    std::wstring wide(text.begin(), text.end());
-    std::string out;
-    if (!Detail::WideToUtf8(wide.c_str(), out)) {
-        return {};
+// The lower-case UTF-8 form of a wide name; false when it is not valid text.
+bool LowerName(const wchar_t* name, std::string& out) {
+    out.clear();
+    if (name == nullptr) {
+        return true;
+    }
+    if (!Detail::WideToUtf8(name, out)) {
+        return false;
     }
     for (char& c : out) {
         if (c >= 'A' && c <= 'Z') {
             c = static_cast<char>(c - 'A' + 'a');
         }
     }
-    return out;
+    return true;
+}
+
+// The same for a name read from the file; "" when it is not valid text.
+std::string LowerUtf8(const std::u32string& text) {
+    const std::wstring wide(text.begin(), text.end());
+    std::string out;
+    return LowerName(wide.c_str(), out) ? out : std::string();
 }
 
 // ---- Values
@@ -407,23 +417,6 @@ const char* PredefinedRoot(HKEY key) {
     return nullptr;
 }
 
-// The lower-case UTF-8 form of a wide name; false when it is not valid text.
-bool LowerName(const wchar_t* name, std::string& out) {
-    out.clear();
-    if (name == nullptr) {
-        return true;
-    }
-    if (!Detail::WideToUtf8(name, out)) {
-        return false;
-    }
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') {
-            c = static_cast<char>(c - 'A' + 'a');
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 LSTATUS RegOpenKeyExW(HKEY root, const wchar_t* subKey, DWORD /*options*/, REGSAM /*desired*/,
@@ -441,7 +434,7 @@ LSTATUS RegOpenKeyExW(HKEY root, const wchar_t* subKey, DWORD /*options*/, REGSA
         return ERROR_INVALID_HANDLE;
     }
     std::string sub;
-    if (!LowerName(subKey, sub)) {
+    if (!Registry::LowerName(subKey, sub)) {
         return ERROR_FILE_NOT_FOUND;
     }
     while (!sub.empty() && sub.back() == '\\') {
@@ -468,7 +461,7 @@ LSTATUS RegQueryValueExW(HKEY key, const wchar_t* valueName, DWORD* reserved, DW
         return ERROR_INVALID_PARAMETER;
     }
     std::string name;
-    if (!LowerName(valueName, name)) {
+    if (!Registry::LowerName(valueName, name)) {
         return ERROR_FILE_NOT_FOUND;
     }
     const Registry::Contents& contents = Registry::Current();

@@ -2,6 +2,7 @@
 // is loaded.
 #include "trace/trace_settings.h"
 
+#include "platform/crypt_api.h"
 #include "platform/registry.h"
 #include "platform/wide_text.h"
 #include "trace/trace_facility.h"
@@ -147,7 +148,14 @@ std::uint32_t LoadTraceSettings(const std::string& moduleFileName) {
     if (opened != ERROR_SUCCESS) {
         return static_cast<std::uint32_t>(opened);
     }
-    const std::wstring valueName(moduleFileName.begin(), moduleFileName.end());
+    std::wstring valueName(moduleFileName.size(), L'\0'); // UTF-8 never has fewer bytes
+    const int wideCount =
+        moduleFileName.empty()
+            ? 0
+            : MultiByteToWideChar(CP_UTF8, 0, moduleFileName.data(),
+                                  static_cast<int>(moduleFileName.size()), valueName.data(),
+                                  static_cast<int>(valueName.size()));
+    valueName.resize(static_cast<std::size_t>(wideCount));
     ModuleValue value;
     if (const DWORD error = ReadModuleValue(key.get(), valueName, value)) {
         return error;
