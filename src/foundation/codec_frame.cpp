@@ -25,6 +25,10 @@ void ThrowFailure(const ASN1MessageBuffer& buffer, int status) {
     ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
 }
 
+void TraceMessageSize(const char* what, std::size_t size) {
+    VELMOR_TRACE(4, "codec", std::string(what) + ' ' + std::to_string(size) + " octets");
+}
+
 void RequireInput(const ASN1BERDecodeBuffer& buffer) {
     if (buffer.getBufLen() == 0 || buffer.getBufPtr() == nullptr) {
         ATL::AtlThrow(E_INVALIDARG);
