@@ -3,6 +3,7 @@
 #ifndef VELMOR_PKI_OCSP_BASIC_RESPONSE_H
 #define VELMOR_PKI_OCSP_BASIC_RESPONSE_H
 
+#include <cstdint>
 #include <pki/ocsp/algorithm_identifier_ex.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/config.h>
@@ -64,6 +65,23 @@ class VELMOR_OCSP_API CBasicResponse {
     // whose text is no time) throws CRYPT_E_ASN1_INTERNAL too, but only after the signature,
     // certificates, extensions and entries were dropped: such an object is to be discarded.
     void decode(const CBlob& encoded);
+
+    // Signs the DER of tbsResponseData, encoded now, with the key keySpec (AT_SIGNATURE or
+    // AT_KEYEXCHANGE) of provider and stores a copy of algorithm and the signature; the
+    // certificates are left as they are. The hash is algorithm's ALG_ID, looked up from its
+    // OID and cached in algorithm when it held none; an OID without one fails at hash
+    // creation, as does provider 0. The provider is borrowed: the caller's reference is
+    // left as it was. Throws the HRESULT of CryptoAPI's last error; a failure leaves the
+    // earlier signature in place.
+    void sign(std::uint64_t provider, unsigned long keySpec,
+              const ASN1::CAlgorithmIdentifierEx& algorithm);
+    // True when the signature verifies with the public key of responderCertificate (DER),
+    // false when it does not match. A decoded response is checked over tbsResponseData as
+    // received, any other over a fresh encoding. Only the signature is checked: not the
+    // certificate's validity, trust or relation to the responder ID. Throws E_FAIL for a
+    // response without signature, the HRESULT of the last Win32 error for a certificate
+    // or key that cannot be used. Fills the ALG_ID cache of the stored algorithm.
+    bool verify(const CBlob& responderCertificate) const;
 
   private:
     friend struct Detail::Records;
