@@ -11,6 +11,7 @@
 #     leaf20          end entity with a 20-octet serial
 #     ocsp            OCSP responder (extendedKeyUsage id-kp-OCSPSigning, ocsp-nocheck)
 #     client          requestor certificate used to sign requests
+#     ocsp3072 (rsa), ocsp384 (ec)  further OCSP responders with RSA-3072 and P-384 keys
 #     <name>.pem / <name>.der         certificate
 #     <name>.key.pem / <name>.key.der private key (PKCS#8, unencrypted)
 #     chain.pem       inter + root;  index.txt  the responder's database for inter
@@ -76,13 +77,15 @@ subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid:always
 CNF
 
-genkey() { # alg out
-    if [[ $1 == rsa ]]; then
-        openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out "$2.key.pem" 2>/dev/null
-    else
-        openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 \
+genkey() { # alg out; alg = rsa, rsa3072, ec (P-256) or p384
+    case $1 in
+    rsa) openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out "$2.key.pem" 2>/dev/null ;;
+    rsa3072) openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:3072 -out "$2.key.pem" 2>/dev/null ;;
+    ec | p384)
+        openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:"$([[ $1 == ec ]] && echo P-256 || echo P-384)" \
             -pkeyopt ec_param_enc:named_curve -out "$2.key.pem" 2>/dev/null
-    fi
+        ;;
+    esac
     openssl pkcs8 -topk8 -nocrypt -in "$2.key.pem" -outform DER -out "$2.key.der"
 }
 
@@ -138,8 +141,25 @@ make_pki() { # alg label
     )
 }
 
+# Responders with the larger keys, issued by the intermediate CAs above: RSA-3072 beside
+# the RSA hierarchy, P-384 beside the ECDSA one. `--responders-only` makes just these, and
+# leaves every other fixture as it is.
+make_responders() {
+    (cd pki/rsa && issue rsa3072 ocsp3072 "/C=DE/O=Velmor Test PKI/CN=Velmor RSA-3072 OCSP Responder" \
+        inter ocsp 8194 3650)
+    (cd pki/ec && issue p384 ocsp384 "/C=DE/O=Velmor Test PKI/CN=Velmor P-384 OCSP Responder" \
+        inter ocsp 8194 3650)
+}
+
+if [[ ${1:-} == --responders-only ]]; then
+    make_responders
+    find pki ocsp -type f | LC_ALL=C sort | xargs sha256sum >manifest.txt
+    exit 0
+fi
+
 make_pki rsa RSA
 make_pki ec ECDSA
+make_responders
 
 # ---- OCSP samples --------------------------------------------------------------------------
 rm -rf ocsp
