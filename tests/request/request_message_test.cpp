@@ -6,12 +6,14 @@
 
 #include "asn1/asn1_runtime.h"
 #include "request/request_traits.h"
+#include "support/crypt_test_support.h"
 #include "support/test_support.h"
 
 using namespace Velmor;
 using namespace Velmor::ASN1;
 using namespace Velmor::PKI::OCSP;
 using namespace Velmor::Win32;
+using velmor_test::KeyProvider;
 using velmor_test::ReadData;
 
 namespace {
@@ -44,22 +46,6 @@ CRequestMessage WithEntries(std::initializer_list<int> serials) {
     request.put_requestList(list);
     return request;
 }
-
-// An open provider holding a fixture private key, released at the end of the scope.
-class KeyProvider {
-  public:
-    KeyProvider(const char* key, DWORD type) {
-        const std::string path = velmor_test::DataPath(key);
-        const std::wstring container(path.begin(), path.end());
-        EXPECT_TRUE(CryptAcquireContextW(&m_handle, container.c_str(), nullptr, type, 0))
-            << "cannot open " << path;
-    }
-    ~KeyProvider() { CryptReleaseContext(m_handle, 0); }
-    HCRYPTPROV get() const { return m_handle; }
-
-  private:
-    HCRYPTPROV m_handle = 0;
-};
 
 void SignWithRsaClient(CRequestMessage& request, const CBlobList* certs = nullptr) {
     KeyProvider key("pki/rsa/client.key.pem", PROV_RSA_FULL);

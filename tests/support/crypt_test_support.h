@@ -5,6 +5,9 @@
 #include "platform/crypt_api.h"
 
 #include <gtest/gtest.h>
+#include <string>
+
+#include "support/test_support.h"
 
 namespace velmor_test {
 
@@ -22,6 +25,26 @@ template <class Code>
     }
     return ::testing::AssertionSuccess();
 }
+
+// An open provider holding a fixture private key (a path under tests/data), released at the
+// end of the scope.
+class KeyProvider {
+  public:
+    KeyProvider(const char* key, Velmor::Win32::DWORD type) {
+        const std::string path = DataPath(key);
+        const std::wstring container(path.begin(), path.end());
+        EXPECT_TRUE(
+            Velmor::Win32::CryptAcquireContextW(&m_handle, container.c_str(), nullptr, type, 0))
+            << "cannot open " << path;
+    }
+    KeyProvider(const KeyProvider&) = delete;
+    KeyProvider& operator=(const KeyProvider&) = delete;
+    ~KeyProvider() { Velmor::Win32::CryptReleaseContext(m_handle, 0); }
+    Velmor::Win32::HCRYPTPROV get() const { return m_handle; }
+
+  private:
+    Velmor::Win32::HCRYPTPROV m_handle = 0;
+};
 
 } // namespace velmor_test
 
