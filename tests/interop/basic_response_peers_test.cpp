@@ -4,7 +4,7 @@
 // from the same bytes, and encode back to those bytes; the responder identifiers we derive
 // from the responder certificates are the ones the peers wrote; responses we write are read
 // by OpenSSL and Python with the fields we put in; and a tbsResponseData in BER is kept as
-// received, so that its signature still checks.
+// received, so that its signature still checks, with OpenSSL's check and with ours.
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/evp.h>
@@ -22,6 +22,7 @@
 
 #include "response/response_traits.h"
 #include "support/asn1_test_support.h"
+#include "support/crypt_test_support.h"
 #include "support/test_support.h"
 
 using namespace Velmor;
@@ -194,9 +195,7 @@ std::string OurView(const CBasicResponse& response) {
 }
 
 // A response of our own making, of four entries of every status with and without the
-// optional fields, two certificates and a nonce. It is not signed (signing is not part of
-// this class yet): it carries a signature of the right size in zeros, which the peers read
-// without checking.
+// optional fields, two certificates and a nonce, signed by the RSA responder.
 CBasicResponse OurResponse(CResponderID::Type type) {
     const CBlob null(Bytes{0x05, 0x00});
     const CAlgorithmIdentifierEx sha1("1.3.14.3.2.26", &null);
@@ -226,9 +225,9 @@ CBasicResponse OurResponse(CResponderID::Type type) {
     CExtensions nonce;
     nonce.push_back(CExtension("1.3.6.1.5.5.7.48.1.2", false, CBlob(FromHex("0404cafef00d"))));
     response.put_responseExtensions(&nonce);
-    auto& signedPart = Detail::Records::Of(response).signedPart;
-    signedPart.algorithm = std::make_unique<CAlgorithmIdentifierEx>("1.2.840.113549.1.1.11", &null);
-    signedPart.signature = std::make_unique<CBlob>(256ul);
+    const velmor_test::KeyProvider key("pki/rsa/ocsp.key.pem", Win32::PROV_RSA_FULL);
+    response.sign(key.get(), Win32::AT_SIGNATURE,
+                  CAlgorithmIdentifierEx("1.2.840.113549.1.1.11", &null));
     return response;
 }
 
@@ -369,8 +368,11 @@ TEST(BasicResponsePeers, BerTbsResponseDataKeptAsReceivedAndWrittenAsDer) {
         // Written out, it is DER again: the original tbsResponseData, the new signature.
         EXPECT_EQ(HexOf(response.encode()), ToHex(Tlv(0x30, Cat({derTbs, sha256WithRsa, bits}))));
         EXPECT_EQ(HexOf(Detail::Records::Of(response).EncodeTbsResponseData()), ToHex(derTbs));
-        // A copy keeps no received octets.
+        // Ours checks the signature over the BER it received, where most peers re-encode
+        // and fail. A copy keeps no received octets and hashes the DER, which was not signed.
+        EXPECT_TRUE(response.verify(Pki("rsa", "ocsp")));
         const CBasicResponse copy = response;
         EXPECT_EQ(Detail::Records::Of(copy).signedPart.received.cbData(), 0u);
+        EXPECT_FALSE(copy.verify(Pki("rsa", "ocsp")));
     }
 }

@@ -1,6 +1,7 @@
 // Small basic responses of known DER for the response tests: CertID entries with one-octet
-// fields, fixed times, and a stand-in signature (signing is not part of these classes yet;
-// the tests reach the record to give a response the signature that encode() requires).
+// fields, fixed times, and a stand-in signature of known octets (the tests reach the record
+// to give a response the signature that encode() requires without a key, and with octets
+// that do not change from one run to the next as ECDSA signatures do).
 #ifndef VELMOR_TESTS_RESPONSE_BASIC_RESPONSE_BUILDERS_H
 #define VELMOR_TESTS_RESPONSE_BASIC_RESPONSE_BUILDERS_H
 
