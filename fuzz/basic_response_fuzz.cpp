@@ -1,11 +1,17 @@
 // Feeds arbitrary bytes to CBasicResponse::decode, twice: into a new object, and into a copy
 // of a full response (signature, certificates, extensions, entries), which a failure may
 // leave partly replaced. Whatever is left must encode or throw, never crash. What decodes
-// and encodes must decode again and encode to the same bytes (DER is a fixed point).
+// and encodes must decode again and encode to the same bytes (DER is a fixed point). Every
+// response that decodes is verified with an RSA and an ECDSA responder certificate: verify
+// answers or throws ATL::CAtlException, whatever the algorithm, signature or signed bytes.
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/basic_response.h>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 using Velmor::CBlob;
 using Velmor::PKI::OCSP::CBasicResponse;
@@ -34,6 +40,31 @@ CBlob Encode(const CBasicResponse& response) {
     }
 }
 
+// True, false, or false after an exception: only a crash or another exception is a fault.
+bool Verify(const CBasicResponse& response, const CBlob& certificate) {
+    try {
+        return response.verify(certificate);
+    } catch (const ATL::CAtlException&) {
+        return false;
+    }
+}
+
+CBlob ReadCertificate(const char* name) {
+    std::ifstream in(std::string(VELMOR_FUZZ_DATA_DIR "/pki/") + name, std::ios::binary);
+    const std::vector<std::uint8_t> bytes(std::istreambuf_iterator<char>(in), {});
+    if (bytes.empty()) {
+        throw std::runtime_error(std::string("fuzz data missing: ") + name);
+    }
+    return CBlob(bytes.data(), static_cast<unsigned long>(bytes.size()));
+}
+
+void VerifyWithBothResponders(const CBasicResponse& response) {
+    static const CBlob rsa = ReadCertificate("rsa/ocsp.der");
+    static const CBlob ec = ReadCertificate("ec/ocsp.der");
+    static_cast<void>(Verify(response, rsa));
+    static_cast<void>(Verify(response, ec));
+}
+
 // A response that uses every field, decoded once from the first input that has them all.
 CBasicResponse& Full() {
     static CBasicResponse full;
@@ -60,6 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!decodedInto) {
         return 0;
     }
+    VerifyWithBothResponders(response);
+    VerifyWithBothResponders(into);
     if (!HasEveryField(Full()) && HasEveryField(response)) {
         Full() = response;
     }
