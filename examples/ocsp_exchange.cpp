@@ -1,15 +1,21 @@
-// The end-to-end OCSP exchange: what a client and a responder do with the library.
+// The end-to-end OCSP exchange: what a client and a responder do with the library, played
+// once with the RSA fixture PKI and once with the ECDSA one.
 //
-// The client asks about the fixture leaf certificate: a request with two entries (the
-// leaf's CertID with SHA-1 and with SHA-256), a nonce and the client's name as requestor,
-// signed with the client's RSA key and carrying the client's certificate. The responder
-// decodes the request, prints what it asks, verifies the signature against the client
-// certificate, and answers: first "try later" (an error response without a body), then with
-// the signed answer of a real OCSP responder, which the client checks arrived byte for byte.
+// The client asks about two certificates (a good one and a revoked one): a request with a
+// fresh nonce and the client's name as requestor, signed with the client's key and carrying
+// the client's certificate. The responder decodes the request and verifies its signature,
+// looks each certificate up in its CA database (index.txt as `openssl ca` writes it),
+// answers one entry per certificate, echoes the nonce, signs with its delegated responder
+// key and encodes the response message. The client decodes it, checks the status and type,
+// verifies the signature, checks the nonce and prints each entry.
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <pki/ocsp/ocsp.h>
+#include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +23,26 @@ using namespace Velmor;
 using namespace Velmor::PKI::OCSP;
 
 namespace {
+
+constexpr const char* kSha1 = "1.3.14.3.2.26";
+constexpr const char* kNonce = "1.3.6.1.5.5.7.48.1.2";
+constexpr const char* kBasicResponse = "1.3.6.1.5.5.7.48.1.1";
+
+// One fixture PKI: its folder, the provider type of its keys and its signature algorithm.
+struct Pki {
+    const char* name;
+    const char* dir;
+    Win32::DWORD providerType;
+    const char* signatureOid;
+};
+constexpr Pki kPkis[] = {
+    {"RSA", "pki/rsa", Win32::PROV_RSA_FULL, "1.2.840.113549.1.1.11"},     // sha256WithRSA
+    {"ECDSA", "pki/ec", Win32::PROV_EC_ECDSA_FULL, "1.2.840.10045.4.3.2"}, // ecdsa-with-SHA256
+};
+
+std::string DataPath(const Pki& pki, const std::string& name) {
+    return std::string(VELMOR_EXAMPLE_DATA_DIR "/") + pki.dir + "/" + name;
+}
 
 CBlob ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -26,153 +52,254 @@ CBlob ReadFile(const std::string& path) {
     return CBlob(std::vector<std::uint8_t>(std::istreambuf_iterator<char>(in), {}));
 }
 
-std::string Hex(const CBlob& blob, std::size_t limit) {
+CBlob Certificate(const Pki& pki, const char* name) {
+    return ReadFile(DataPath(pki, std::string(name) + ".der"));
+}
+
+std::string Hex(const CBlob& blob) {
     static const char* const digits = "0123456789abcdef";
     std::string text;
-    for (std::size_t i = 0; i < blob.cbData() && i < limit; ++i) {
+    for (std::size_t i = 0; i < blob.cbData(); ++i) {
         text += digits[blob.pbData()[i] >> 4];
         text += digits[blob.pbData()[i] & 15];
     }
-    return blob.cbData() > limit ? text + "..." : text;
+    return text;
 }
 
-constexpr const char* kSha1 = "1.3.14.3.2.26";
-constexpr const char* kSha256 = "2.16.840.1.101.3.4.2.1";
-constexpr const char* kSha256WithRsa = "1.2.840.113549.1.1.11";
-constexpr const char* kNonce = "1.3.6.1.5.5.7.48.1.2";
+std::string Time(const CDateTime& time) {
+    const std::time_t seconds = static_cast<std::time_t>(time.seconds());
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", std::gmtime(&seconds));
+    return text;
+}
 
-CBlob Fixture(const std::string& name) { return ReadFile(VELMOR_EXAMPLE_DATA_DIR "/" + name); }
+CDateTime Now(long shiftSeconds = 0) {
+    return CDateTime(static_cast<std::int64_t>(std::time(nullptr)) + shiftSeconds, 0);
+}
 
-// The element of der that starts at offset: its whole length (header included), or 0 when
-// the bytes end too early.
-std::size_t ElementSize(const CBlob& der, std::size_t offset) {
-    const unsigned char* p = der.pbData() + offset;
-    const std::size_t left = der.cbData() - offset;
-    if (left < 2) {
-        return 0;
-    }
-    std::size_t header = 2;
-    std::size_t length = p[1];
-    if ((p[1] & 0x80) != 0) {
-        header += p[1] & 0x7f;
-        length = 0;
-        for (std::size_t i = 2; i < header && i < left; ++i) {
-            length = (length << 8) | p[i];
+// A provider holding the private key of a PEM file, released at the end of the scope.
+class KeyProvider {
+  public:
+    KeyProvider(const std::string& path, Win32::DWORD type) {
+        const std::wstring container(path.begin(), path.end());
+        if (!Win32::CryptAcquireContextW(&m_handle, container.c_str(), nullptr, type, 0)) {
+            ATL::AtlThrowLastWin32();
         }
     }
-    return header + length <= left ? header + length : 0;
-}
+    KeyProvider(const KeyProvider&) = delete;
+    KeyProvider& operator=(const KeyProvider&) = delete;
+    ~KeyProvider() { Win32::CryptReleaseContext(m_handle, 0); }
+    std::uint64_t get() const { return m_handle; }
 
-// The subject Name of a DER certificate: the sixth element of TBSCertificate when it has a
-// version, the fifth otherwise.
-CBlob SubjectName(const CBlob& certificate) {
-    std::size_t at = 4; // inside Certificate, at TBSCertificate
-    at += certificate.pbData()[at + 1] & 0x80 ? 2 + (certificate.pbData()[at + 1] & 0x7f) : 2;
-    const bool versioned = certificate.pbData()[at] == 0xa0;
-    for (int skip = versioned ? 5 : 4; skip > 0; --skip) {
-        at += ElementSize(certificate, at);
+  private:
+    Win32::HCRYPTPROV m_handle = 0;
+};
+
+// ---- The client ---------------------------------------------------------------------------
+
+// 16 random octets in the OCTET STRING that peers expect inside the nonce extension.
+CBlob FreshNonce() {
+    std::random_device random;
+    std::vector<std::uint8_t> value{0x04, 0x10};
+    for (int i = 0; i < 16; ++i) {
+        value.push_back(static_cast<std::uint8_t>(random()));
     }
-    return CBlob(certificate.pbData() + at,
-                 static_cast<unsigned long>(ElementSize(certificate, at)));
+    return CBlob(value);
 }
 
-CRequestMessage BuildRequest(const CBlob& leaf, const CBlob& issuer, const CBlob& client) {
-    const CBlob null(std::string_view("\x05\x00", 2));
+CBlob BuildSignedRequest(const Pki& pki, const CBlob& nonce) {
+    const CBlob issuer = Certificate(pki, "inter");
+    const ASN1::CAlgorithmIdentifierEx sha1(kSha1);
     CSingleRequestList entries;
-    for (const char* hash : {kSha1, kSha256}) {
-        const ASN1::CAlgorithmIdentifierEx algorithm(hash, &null);
-        entries.push_back(CSingleRequest(CReqCert(CCertID(algorithm, leaf, issuer))));
+    for (const char* leaf : {"leaf", "leaf00"}) {
+        entries.push_back(CSingleRequest(CReqCert(CCertID(sha1, Certificate(pki, leaf), issuer))));
     }
     CRequestMessage request;
     request.put_requestList(entries);
-    const CBlob requestor = SubjectName(client);
-    request.put_requestorName(&requestor);
     ASN1::CExtensions extensions;
-    extensions.push_back(
-        ASN1::CExtension(kNonce, false, CBlob(std::string_view("\x04\x08velmor-1", 10))));
+    extensions.push_back(ASN1::CExtension(CExtNonce(nonce), false));
     request.put_requestExtensions(&extensions);
-    return request;
-}
 
-void SignRequest(CRequestMessage& request, const CBlob& client) {
-    // The provider holds the private key named by its container: here a PEM file.
-    const std::string path = VELMOR_EXAMPLE_DATA_DIR "/pki/rsa/client.key.pem";
-    const std::wstring key(path.begin(), path.end());
-    Win32::HCRYPTPROV provider = 0;
-    if (!Win32::CryptAcquireContextW(&provider, key.c_str(), nullptr, Win32::PROV_RSA_FULL, 0)) {
-        ATL::AtlThrowLastWin32();
-    }
+    const CBlob client = Certificate(pki, "client");
     CBlobList certificates;
     certificates.push_back(client);
-    try {
-        request.sign(provider, Win32::AT_SIGNATURE, ASN1::CAlgorithmIdentifierEx(kSha256WithRsa),
-                     &certificates);
-    } catch (...) {
-        Win32::CryptReleaseContext(provider, 0);
-        throw;
-    }
-    Win32::CryptReleaseContext(provider, 0);
+    const KeyProvider key(DataPath(pki, "client.key.pem"), pki.providerType);
+    request.sign(key.get(), Win32::AT_SIGNATURE, ASN1::CAlgorithmIdentifierEx(pki.signatureOid),
+                 &certificates);
+    return request.encode();
 }
 
-// The responder side: what a received request asks.
-void DescribeRequest(const CRequestMessage& request) {
-    std::printf("responder: request v%d, %llu entries", request.get_version() + 1,
-                static_cast<unsigned long long>(request.get_requestList().size()));
-    if (request.get_requestorName() != nullptr) {
-        std::printf(", requestor name of %lu octets", request.get_requestorName()->cbData());
-    }
-    if (request.get_requestExtensions() != nullptr) {
-        for (const ASN1::CExtension& extension : *request.get_requestExtensions()) {
-            std::printf(", extension %s", extension.get_extnID());
+const char* ReasonName(ASN1::CrlReason reason) {
+    static const std::map<ASN1::CrlReason, const char*> names = {
+        {ASN1::unspecified, "unspecified"},
+        {ASN1::keyCompromise, "keyCompromise"},
+        {ASN1::cACompromise, "cACompromise"},
+        {ASN1::affiliationChanged, "affiliationChanged"},
+        {ASN1::superseded, "superseded"},
+        {ASN1::cessationOfOperation, "cessationOfOperation"},
+        {ASN1::certificateHold, "certificateHold"},
+        {ASN1::removeFromCRL, "removeFromCRL"},
+        {ASN1::privilegeWithdrawn, "privilegeWithdrawn"},
+        {ASN1::aACompromise, "aACompromise"}};
+    const auto found = names.find(reason);
+    return found != names.end() ? found->second : "?";
+}
+
+void PrintEntry(const CSingleResponse& entry) {
+    const CCertStatus& status = entry.get_certStatus();
+    std::printf("client:   serial %s: %s\n",
+                entry.get_reqCert().get_certID()->get_serialNumber().ToHex().c_str(),
+                status.isGood()      ? "good"
+                : status.isRevoked() ? "revoked"
+                                     : "unknown");
+    if (status.isRevoked()) {
+        std::printf("client:     revoked %s", Time(*status.get_revocationTime()).c_str());
+        if (status.get_revocationReason() != nullptr) {
+            std::printf(", reason %s", ReasonName(*status.get_revocationReason()));
         }
+        std::printf("\n");
+    }
+    std::printf("client:     this update %s", Time(entry.get_thisUpdate()).c_str());
+    if (entry.get_nextUpdate() != nullptr) {
+        std::printf(", next update %s", Time(*entry.get_nextUpdate()).c_str());
     }
     std::printf("\n");
-    for (const CSingleRequest& entry : request.get_requestList()) {
-        const CCertID* id = entry.get_reqCert().get_certID();
-        if (id != nullptr) {
-            std::printf("responder:   serial %s, hash %s, issuer key hash %s\n",
-                        id->get_serialNumber().ToHex().c_str(),
-                        id->get_hashAlgorithm().get_algorithm(),
-                        Hex(id->get_issuerKeyHash(), 8).c_str());
+}
+
+// True when the answer is successful, of the basic type, signed by the responder whose
+// certificate it carries, and echoes the nonce sent.
+bool CheckAnswer(const CBlob& wire, const CBlob& nonce) {
+    CResponseMessage message;
+    message.decode(wire);
+    if (message.get_responseStatus() != successful || message.get_response() == nullptr ||
+        std::string(message.get_responseType()) != kBasicResponse) {
+        std::printf("client: the responder did not answer with a basic response\n");
+        return false;
+    }
+    CBasicResponse basic;
+    basic.decode(*message.get_response());
+    // A real client also checks that this certificate was issued by the CA for OCSP signing
+    // and that it matches the responder ID; the library's verify checks the signature only.
+    const CBlobList* certs = basic.get_certs();
+    const bool signedOk = certs != nullptr && !certs->empty() && basic.verify(certs->front());
+    const ASN1::CExtensions* extensions = basic.get_responseExtensions();
+    const ASN1::CExtension* echoed = extensions ? extensions->find(kNonce) : nullptr;
+    const bool nonceOk = echoed != nullptr && echoed->get_extnValue() == nonce;
+    std::printf("client: %lu octets, status successful, signature %s, nonce %s, %llu entries\n",
+                wire.cbData(), signedOk ? "verified" : "DOES NOT VERIFY",
+                nonceOk ? "matches" : "DOES NOT MATCH",
+                static_cast<unsigned long long>(basic.get_responses().size()));
+    for (const CSingleResponse& entry : basic.get_responses()) {
+        PrintEntry(entry);
+    }
+    return signedOk && nonceOk;
+}
+
+// ---- The responder ------------------------------------------------------------------------
+
+// What the CA database says of one serial (hex, upper case).
+struct IndexEntry {
+    char state = 0; // V valid, R revoked, E expired
+    std::string revocation;
+};
+
+std::map<std::string, IndexEntry> ReadIndex(const Pki& pki) {
+    std::map<std::string, IndexEntry> index;
+    std::ifstream in(DataPath(pki, "index.txt"));
+    for (std::string line; std::getline(in, line);) {
+        std::vector<std::string> fields;
+        std::istringstream columns(line);
+        for (std::string field; std::getline(columns, field, '\t');) {
+            fields.push_back(field);
+        }
+        if (fields.size() >= 4) {
+            index[fields[3]] = IndexEntry{fields[0].empty() ? '?' : fields[0][0], fields[2]};
         }
     }
-    if (request.get_signatureAlgorithm() != nullptr) {
-        std::printf("responder:   signed with %s, %lu signature octets, %llu certificates\n",
-                    request.get_signatureAlgorithm()->get_algorithm(),
-                    request.get_signature()->cbData(),
-                    static_cast<unsigned long long>(
-                        request.get_signatureCerts() ? request.get_signatureCerts()->size() : 0));
-    }
+    return index;
 }
 
-const char* StatusName(ResponseStatus status) {
-    switch (status) {
-    case successful:
-        return "successful";
-    case malformedRequest:
-        return "malformedRequest";
-    case internalError:
-        return "internalError";
-    case tryLater:
-        return "tryLater";
-    case sigRequired:
-        return "sigRequired";
-    case unauthorized:
-        return "unauthorized";
+// "YYMMDDHHMMSSZ[,reason]" of index.txt as a revoked status.
+CCertStatus Revoked(const std::string& revocation) {
+    const std::string time = revocation.substr(0, revocation.find(','));
+    const std::string year = std::stoi(time.substr(0, 2)) < 50 ? "20" : "19";
+    const CDateTime when((year + time).c_str());
+    const std::string reasonText =
+        revocation.find(',') == std::string::npos ? "" : revocation.substr(time.size() + 1);
+    for (int code = 0; code <= 10; ++code) {
+        const auto reason = static_cast<ASN1::CrlReason>(code);
+        if (reasonText == ReasonName(reason)) {
+            return CCertStatus(when, &reason);
+        }
     }
-    return "unknown";
+    return CCertStatus(when, nullptr);
 }
 
-// The client side: what a received response says.
-void Describe(const char* label, const CBlob& wire) {
-    CResponseMessage received;
-    received.decode(wire);
-    std::printf("client: %s: status %s", label, StatusName(received.get_responseStatus()));
-    if (received.get_response() != nullptr) {
-        std::printf(", body of type %s, %lu octets", received.get_responseType(),
-                    received.get_response()->cbData());
+CBlob Answer(const Pki& pki, const CBlob& requestWire) {
+    CRequestMessage request;
+    request.decode(requestWire);
+    const CBlobList* signerCerts = request.get_signatureCerts();
+    const bool verified =
+        signerCerts != nullptr && !signerCerts->empty() && request.verify(signerCerts->front());
+    std::printf("responder: request of %llu entries, signed with %s, signature %s\n",
+                static_cast<unsigned long long>(request.get_requestList().size()),
+                request.get_signatureAlgorithm() ? request.get_signatureAlgorithm()->get_algorithm()
+                                                 : "nothing",
+                verified ? "verified" : "DOES NOT VERIFY");
+    if (!verified) {
+        CResponseMessage refusal;
+        refusal.put_responseStatus(unauthorized);
+        return refusal.encode();
     }
-    std::printf("\n");
+
+    const std::map<std::string, IndexEntry> index = ReadIndex(pki);
+    const CDateTime thisUpdate = Now();
+    const CDateTime nextUpdate = Now(24 * 3600);
+    CSingleResponseList entries;
+    for (const CSingleRequest& asked : request.get_requestList()) {
+        const std::string serial = asked.get_reqCert().get_certID()->get_serialNumber().ToHex();
+        const auto found = index.find(serial);
+        CCertStatus status; // unknown unless the database knows the serial
+        if (found != index.end() && found->second.state == 'R') {
+            status = Revoked(found->second.revocation);
+        } else if (found != index.end()) {
+            status.put_good();
+        }
+        entries.push_back(CSingleResponse(asked.get_reqCert(), status, thisUpdate));
+        entries.back().put_nextUpdate(&nextUpdate);
+    }
+
+    const CBlob responder = Certificate(pki, "ocsp");
+    CBasicResponse basic(thisUpdate, CResponderID::fromCert(CResponderID::byKey, responder));
+    basic.put_responses(entries);
+    const ASN1::CExtensions* asked = request.get_requestExtensions();
+    if (const ASN1::CExtension* nonce = asked ? asked->find(kNonce) : nullptr) {
+        ASN1::CExtensions echoed;
+        echoed.push_back(*nonce);
+        basic.put_responseExtensions(&echoed);
+    }
+    CBlobList certs;
+    certs.push_back(responder);
+    basic.put_certs(&certs);
+    const KeyProvider key(DataPath(pki, "ocsp.key.pem"), pki.providerType);
+    basic.sign(key.get(), Win32::AT_SIGNATURE, ASN1::CAlgorithmIdentifierEx(pki.signatureOid));
+
+    const CBlob body = basic.encode();
+    CResponseMessage message;
+    message.put_responseStatus(successful);
+    message.put_response(kBasicResponse, &body);
+    return message.encode();
+}
+
+bool Exchange(const Pki& pki) {
+    std::printf("== %s\n", pki.name);
+    const CBlob nonce = FreshNonce();
+    const CBlob requestWire = BuildSignedRequest(pki, nonce);
+    std::printf("client: signed request of %lu octets, nonce %s\n", requestWire.cbData(),
+                Hex(nonce).c_str());
+    const CBlob answer = Answer(pki, requestWire);
+    std::printf("responder: signed answer of %lu octets\n", answer.cbData());
+    return CheckAnswer(answer, nonce);
 }
 
 } // namespace
@@ -181,47 +308,18 @@ int main() {
     std::printf("velmor-ocsp %d.%d.%d\n", VELMOR_OCSP_VERSION_MAJOR, VELMOR_OCSP_VERSION_MINOR,
                 VELMOR_OCSP_VERSION_PATCH);
     try {
-        // Client: build, sign and encode the request.
-        const CBlob leaf = Fixture("pki/rsa/leaf.der");
-        const CBlob client = Fixture("pki/rsa/client.der");
-        CRequestMessage request = BuildRequest(leaf, Fixture("pki/rsa/inter.der"), client);
-        SignRequest(request, client);
-        const CBlob requestWire = request.encode();
-        std::printf("client: signed request, %lu octets -> %s\n", requestWire.cbData(),
-                    Hex(requestWire, 16).c_str());
-
-        // Responder: decode, read and verify it.
-        CRequestMessage received;
-        received.decode(requestWire);
-        DescribeRequest(received);
-        const bool verified = received.verify(client);
-        std::printf("responder: signature %s\n", verified ? "verified" : "DOES NOT VERIFY");
-
-        // Responder: busy, so it answers without a body.
-        CResponseMessage busy;
-        busy.put_responseStatus(tryLater);
-        const CBlob busyWire = busy.encode();
-        std::printf("responder: tryLater -> %s\n", Hex(busyWire, 16).c_str());
-        Describe("first answer", busyWire);
-
-        // Responder: forwards the signed basic response of a real OCSP responder.
-        const CBlob upstream = ReadFile(VELMOR_EXAMPLE_DATA_DIR "/ocsp/resp-good-rsa.der");
-        CResponseMessage forwarded;
-        forwarded.decode(upstream);
-        const CBlob forwardedWire = forwarded.encode();
-        std::printf("responder: forwards %lu octets -> %s\n", forwardedWire.cbData(),
-                    Hex(forwardedWire, 16).c_str());
-        Describe("second answer", forwardedWire);
-        const bool same = forwardedWire == upstream;
-        std::printf("client: the answer arrived %s\n", same ? "unchanged" : "CHANGED");
-
+        bool ok = true;
+        for (const Pki& pki : kPkis) {
+            ok = Exchange(pki) && ok;
+        }
         // A client that receives garbage gets an exception with a code, never a crash.
         try {
-            Describe("garbage", CBlob(std::string_view("\x30\x05\x0a\x01", 4)));
+            CResponseMessage garbage;
+            garbage.decode(CBlob(std::string_view("\x30\x05\x0a\x01", 4)));
         } catch (const ATL::CAtlException& e) {
             std::printf("client: garbage rejected with %s\n", e.what());
         }
-        return same && verified ? 0 : 1;
+        return ok ? 0 : 1;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "exchange failed: %s\n", e.what());
         return 1;
