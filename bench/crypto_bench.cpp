@@ -11,7 +11,7 @@
 #include "certid/algorithm_lookup.h"
 #include "platform/crypt_api.h"
 #include "platform/crypt_keys.h"
-#include "signed_request.h"
+#include "signed_message.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
@@ -230,12 +230,13 @@ struct SignedRequest {
     SignedRequest(const char* request, const char* signer) {
         const Bytes der = velmor_bench::ReadData(std::string("ocsp/") + request);
         certificate = velmor_bench::ReadData(std::string("pki/") + signer);
-        Require(velmor_bench::SplitSignedRequest(der, certificate, parts), "split the request");
+        Require(velmor_bench::SplitSigned(der, certificate, velmor_bench::Layout::request, parts),
+                "split the request");
         message.decode(Velmor::CBlob(der));
     }
 
     Bytes certificate;
-    velmor_bench::SignedRequestParts parts;
+    velmor_bench::SignedParts parts;
     Velmor::PKI::OCSP::CRequestMessage message;
 };
 

@@ -1,7 +1,8 @@
 // Decode and encode of OCSP requests and responses through the installed shared library,
-// against OpenSSL's d2i/i2d on the same bytes, in one process; and the verification of a
-// signed request from its signer's certificate against a bare EVP_DigestVerify of the same
-// to-be-signed octets with the signer's key made beforehand.
+// against OpenSSL's d2i/i2d on the same bytes, in one process; the verification of a signed
+// request and of a basic response from its signer's certificate against a bare
+// EVP_DigestVerify of the same to-be-signed octets with the signer's key made beforehand;
+// and a responder's sign + encode against OCSP_basic_sign + i2d.
 //
 // Each operation is timed in rounds. A round runs a batch of N calls of ours and a batch of
 // N calls of OpenSSL's, back to back, the side that goes first alternating from round to
@@ -13,7 +14,7 @@
 // against an installed library (bench/run-shared-bench.sh), and by bench/CMakeLists.txt
 // against the static archive, so that the two builds run the same code.
 #include "alloc_counter.h"
-#include "signed_request.h"
+#include "signed_message.h"
 
 #include <algorithm>
 #include <chrono>
@@ -28,10 +29,12 @@
 #include <memory>
 #include <openssl/crypto.h>
 #include <openssl/ocsp.h>
+#include <openssl/pem.h>
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/basic_response.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/cert_id.h>
+#include <pki/ocsp/crypt_provider.h>
 #include <pki/ocsp/request_message.h>
 #include <pki/ocsp/response_message.h>
 #include <string>
@@ -210,6 +213,87 @@ struct Operation {
     std::function<void(std::size_t)> openssl;
 };
 
+// The message decoded once; each call of ours verifies it from the signer certificate's
+// DER (parse, key import, hash, check), each of OpenSSL's makes a context for the key it
+// holds and checks the same octets: the bare signature check. SHA-256 signatures.
+template <class Message>
+void AddVerify(std::vector<Operation>& operations, const std::string& name, const Bytes& der,
+               velmor_bench::Layout layout, const char* signer) {
+    auto message = std::make_shared<Message>();
+    message->decode(CBlob(der));
+    const Bytes certificate = ReadData(std::string("pki/") + signer);
+    auto parts = std::make_shared<velmor_bench::SignedParts>();
+    Require(velmor_bench::SplitSigned(der, certificate, layout, *parts), name + ": split it");
+    std::shared_ptr<EVP_MD> md(EVP_MD_fetch(nullptr, "SHA256", nullptr), EVP_MD_free);
+    Require(message->verify(CBlob(certificate)) && velmor_bench::DigestVerify(*parts, md.get()),
+            name + ": both sides verify the fixture");
+    operations.push_back({name,
+                          [message, blob = CBlob(certificate)](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  Keep(message->verify(blob));
+                              }
+                          },
+                          [parts, md](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  Keep(velmor_bench::DigestVerify(*parts, md.get()));
+                              }
+                          }});
+}
+
+// A responder's signing of a decoded basic response with its key ready, and the encoding:
+// sign() + encode() against OCSP_basic_sign() + i2d_OCSP_BASICRESP() of the same response,
+// with the same key, SHA-256 and the same kind of responder ID, no certificates added.
+void AddSignAndEncode(std::vector<Operation>& operations, const std::string& name, const Bytes& der,
+                      const std::string& family, Velmor::Win32::DWORD providerType,
+                      const char* signatureOid) {
+    auto response = std::make_shared<CBasicResponse>();
+    response->decode(CBlob(der));
+    const std::string keyPath =
+        std::string(VELMOR_TEST_DATA_DIR) + "/pki/" + family + "/ocsp.key.pem";
+    const std::wstring container(keyPath.begin(), keyPath.end());
+    Velmor::Win32::HCRYPTPROV handle = 0;
+    Require(
+        Velmor::Win32::CryptAcquireContextW(&handle, container.c_str(), nullptr, providerType, 0),
+        name + ": open the responder key");
+    std::shared_ptr<void> provider(
+        nullptr, [handle](void*) { Velmor::Win32::CryptReleaseContext(handle, 0); });
+    auto algorithm = std::make_shared<Velmor::ASN1::CAlgorithmIdentifierEx>(signatureOid);
+
+    std::shared_ptr<OCSP_BASICRESP> decoded(OpenSslBasicResponse(der), OCSP_BASICRESP_free);
+    const Bytes certificate = ReadData("pki/" + family + "/ocsp.der");
+    const unsigned char* p = certificate.data();
+    std::shared_ptr<X509> signer(d2i_X509(nullptr, &p, static_cast<long>(certificate.size())),
+                                 X509_free);
+    FILE* keyFile = std::fopen(keyPath.c_str(), "rb");
+    Require(keyFile != nullptr && signer != nullptr, name + ": read the responder");
+    std::shared_ptr<EVP_PKEY> key(PEM_read_PrivateKey(keyFile, nullptr, nullptr, nullptr),
+                                  EVP_PKEY_free);
+    std::fclose(keyFile);
+    const unsigned long flags = OCSP_NOCERTS | (response->get_responderID().get_type() ==
+                                                        Velmor::PKI::OCSP::CResponderID::byKey
+                                                    ? OCSP_RESPID_KEY
+                                                    : 0);
+    operations.push_back({name,
+                          [response, provider, handle, algorithm](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  response->sign(handle, Velmor::Win32::AT_SIGNATURE, *algorithm);
+                                  CBlob encoded = response->encode();
+                                  Keep(encoded.pbData());
+                              }
+                          },
+                          [decoded, signer, key, flags](std::size_t n) {
+                              for (std::size_t i = 0; i < n; ++i) {
+                                  Require(OCSP_basic_sign(decoded.get(), signer.get(), key.get(),
+                                                          EVP_sha256(), nullptr, flags) == 1,
+                                          "OCSP_basic_sign");
+                                  unsigned char* out = nullptr;
+                                  const int length = i2d_OCSP_BASICRESP(decoded.get(), &out);
+                                  Keep(length);
+                                  OPENSSL_free(out);
+                              }
+                          }});
+}
+
 std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedEc,
                                   const Bytes& signedRsa, const Bytes& response) {
     std::vector<Operation> operations;
@@ -268,33 +352,10 @@ std::vector<Operation> Operations(const Bytes& pythonNonce, const Bytes& signedE
     encodeRequest("request encode, signed EC 1 cert", signedEc);
     encodeRequest("request encode, signed RSA 2 certs", signedRsa);
 
-    // The message decoded once; each call of ours verifies it from the certificate's DER
-    // (parse, key import, hash, check), each of OpenSSL's makes a context for the key it
-    // holds and checks the same octets.
-    const auto verifyRequest = [&](const char* name, const Bytes& der, const char* signer) {
-        auto message = std::make_shared<CRequestMessage>();
-        message->decode(CBlob(der));
-        const Bytes certificate = ReadData(std::string("pki/") + signer);
-        auto parts = std::make_shared<velmor_bench::SignedRequestParts>();
-        Require(velmor_bench::SplitSignedRequest(der, certificate, *parts),
-                std::string(name) + ": split the request");
-        std::shared_ptr<EVP_MD> md(EVP_MD_fetch(nullptr, "SHA256", nullptr), EVP_MD_free);
-        Require(message->verify(CBlob(certificate)) && velmor_bench::DigestVerify(*parts, md.get()),
-                std::string(name) + ": both sides verify the fixture");
-        operations.push_back({name,
-                              [message, blob = CBlob(certificate)](std::size_t n) {
-                                  for (std::size_t i = 0; i < n; ++i) {
-                                      Keep(message->verify(blob));
-                                  }
-                              },
-                              [parts, md](std::size_t n) {
-                                  for (std::size_t i = 0; i < n; ++i) {
-                                      Keep(velmor_bench::DigestVerify(*parts, md.get()));
-                                  }
-                              }});
-    };
-    verifyRequest("request verify, signed RSA-2048", signedRsa, "rsa/client.der");
-    verifyRequest("request verify, signed P-256", signedEc, "ec/client.der");
+    AddVerify<CRequestMessage>(operations, "request verify, signed RSA-2048", signedRsa,
+                               velmor_bench::Layout::request, "rsa/client.der");
+    AddVerify<CRequestMessage>(operations, "request verify, signed P-256", signedEc,
+                               velmor_bench::Layout::request, "ec/client.der");
 
     operations.push_back({"response decode, good RSA",
                           [blob = CBlob(response)](std::size_t n) {
@@ -556,6 +617,17 @@ int main(int argc, char** argv) {
         AddBasicResponseOperations(operations, "100 entries", basicHundred, true);
         AddBasicResponseOperations(operations, "100 repeated entries", repeatedHundred, false);
         AddBasicResponseOperations(operations, "10000 repeated entries", repeatedMany, false);
+        // Signatures of responses of one entry without certificates, RSA by name and P-256
+        // by key hash.
+        const Bytes basicEc = BasicBody("ocsp/resp-keyid-ec.der");
+        AddVerify<CBasicResponse>(operations, "basic verify, 1 entry RSA-2048", basicOne,
+                                  velmor_bench::Layout::basicResponse, "rsa/ocsp.der");
+        AddVerify<CBasicResponse>(operations, "basic verify, 1 entry P-256", basicEc,
+                                  velmor_bench::Layout::basicResponse, "ec/ocsp.der");
+        AddSignAndEncode(operations, "basic sign+encode, 1 entry RSA-2048", basicOne, "rsa",
+                         Velmor::Win32::PROV_RSA_FULL, "1.2.840.113549.1.1.11");
+        AddSignAndEncode(operations, "basic sign+encode, 1 entry P-256", basicEc, "ec",
+                         Velmor::Win32::PROV_EC_ECDSA_FULL, "1.2.840.10045.4.3.2");
 
         if (settings.profileCalls == 0) {
             std::printf("%d rounds; per call: median ns of each side, speedup = OpenSSL / ours, "

@@ -1,8 +1,9 @@
-// A signed OCSP request taken apart with OpenSSL alone, for the benchmarks that set
-// CRequestMessage::verify beside a bare EVP_DigestVerify of the same octets: the
-// to-be-signed element, the signature in wire order and the signer's key, made once.
-#ifndef VELMOR_BENCH_SIGNED_REQUEST_H
-#define VELMOR_BENCH_SIGNED_REQUEST_H
+// A signed OCSP request or basic response taken apart with OpenSSL alone, for the
+// benchmarks that set the library's verify beside a bare EVP_DigestVerify of the same
+// octets: the to-be-signed element, the signature in wire order and the signer's key, made
+// once.
+#ifndef VELMOR_BENCH_SIGNED_MESSAGE_H
+#define VELMOR_BENCH_SIGNED_MESSAGE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,23 +14,27 @@
 
 namespace velmor_bench {
 
-struct SignedRequestParts {
+struct SignedParts {
     std::vector<std::uint8_t> tbs;
     std::vector<std::uint8_t> signature; // wire order
     EVP_PKEY* key = nullptr;             // the signer's, owned
 
-    SignedRequestParts() = default;
-    SignedRequestParts(const SignedRequestParts&) = delete;
-    SignedRequestParts& operator=(const SignedRequestParts&) = delete;
-    ~SignedRequestParts() { EVP_PKEY_free(key); }
+    SignedParts() = default;
+    SignedParts(const SignedParts&) = delete;
+    SignedParts& operator=(const SignedParts&) = delete;
+    ~SignedParts() { EVP_PKEY_free(key); }
 };
 
-// OCSPRequest ::= SEQUENCE { tbsRequest, optionalSignature [0] EXPLICIT SEQUENCE {
-// signatureAlgorithm, signature BIT STRING, certs [0] OPTIONAL } }. False when der or the
-// certificate cannot be read so.
-inline bool SplitSignedRequest(const std::vector<std::uint8_t>& der,
-                               const std::vector<std::uint8_t>& signerCertificate,
-                               SignedRequestParts& parts) {
+// The two layouts: OCSPRequest ::= SEQUENCE { tbsRequest, optionalSignature [0] EXPLICIT
+// SEQUENCE { signatureAlgorithm, signature BIT STRING, certs [0] OPTIONAL } }, and
+// BasicOCSPResponse ::= SEQUENCE { tbsResponseData, signatureAlgorithm, signature BIT
+// STRING, certs [0] OPTIONAL }.
+enum class Layout { request, basicResponse };
+
+// False when der or the certificate cannot be read as the layout says.
+inline bool SplitSigned(const std::vector<std::uint8_t>& der,
+                        const std::vector<std::uint8_t>& signerCertificate, Layout layout,
+                        SignedParts& parts) {
     struct Element {
         std::size_t start;
         std::size_t contents;
@@ -52,7 +57,8 @@ inline bool SplitSignedRequest(const std::vector<std::uint8_t>& der,
         return Element{start, contents, contents + static_cast<std::size_t>(length)};
     };
     const Element tbs = at(at(0).contents);
-    const Element algorithm = at(at(at(tbs.end).contents).contents);
+    const Element algorithm =
+        layout == Layout::request ? at(at(at(tbs.end).contents).contents) : at(tbs.end);
     const Element bits = at(algorithm.end);
     if (!ok || bits.contents >= bits.end || bits.end > der.size()) {
         return false;
@@ -70,7 +76,7 @@ inline bool SplitSignedRequest(const std::vector<std::uint8_t>& der,
 }
 
 // One bare check as a caller with the key at hand makes it: a context, EVP_DigestVerify.
-inline bool DigestVerify(const SignedRequestParts& parts, const EVP_MD* md) {
+inline bool DigestVerify(const SignedParts& parts, const EVP_MD* md) {
     EVP_MD_CTX* context = EVP_MD_CTX_new();
     const bool ok = EVP_DigestVerifyInit(context, nullptr, md, nullptr, parts.key) == 1 &&
                     EVP_DigestVerify(context, parts.signature.data(), parts.signature.size(),
