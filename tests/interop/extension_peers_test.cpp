@@ -6,13 +6,16 @@
 #include <openssl/ocsp.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+#include <pki/ocsp/basic_response.h>
 #include <pki/ocsp/ocsp_extensions.h>
 #include <pki/ocsp/request_message.h>
+#include <pki/ocsp/response_message.h>
 
 #include <cctype>
 #include <memory>
 #include <string>
 
+#include "support/crypt_test_support.h"
 #include "support/test_support.h"
 
 using namespace Velmor;
@@ -226,6 +229,52 @@ TEST(ExtensionPeers, OpensslPrintsOurExtensionsInARequest) {
     EXPECT_EQ(LineAfter(text, "crlNum:"), "crlTime: Jan  2 03:04:05 2024 GMT");
     EXPECT_EQ(LineAfter(text, "OCSP Nonce:"), "04080102030405060708");
     EXPECT_EQ(LineAfter(text, "Acceptable OCSP Responses:"), "Basic OCSP Response, 1.2.3.4");
+    EXPECT_EQ(LineAfter(text, "OCSP Archive Cutoff:"), "Jan  2 03:04:05 2024 GMT");
+}
+
+TEST(ExtensionPeers, OpensslPrintsOurExtensionsInASignedResponse) {
+    ASSERT_TRUE(velmor_test::HaveOpenssl());
+    // The entry carries the CRL reference and the archive cutoff, the response the nonce.
+    CExtCrlID crl;
+    crl.put_crlUrl(kUrl);
+    crl.put_crlTime(&kTime);
+    CExtensions entryExtensions;
+    entryExtensions.push_back(CExtension(crl, false));
+    entryExtensions.push_back(CExtension(CExtArchiveCutoff(kTime), false));
+    CCertStatus good;
+    good.put_good();
+    CSingleResponse entry(
+        CCertID(CAlgorithmIdentifierEx("1.3.14.3.2.26"), Pki("leaf"), Pki("inter")), good, kTime);
+    entry.put_singleExtensions(&entryExtensions);
+    CSingleResponseList entries;
+    entries.push_back(entry);
+    CBasicResponse basic(kTime, CResponderID::fromCert(CResponderID::byName, Pki("ocsp")));
+    basic.put_responses(entries);
+    CExtensions nonce;
+    nonce.push_back(CExtension(CExtNonce(velmor_test::BlobOf("0408 0102030405060708")), false));
+    basic.put_responseExtensions(&nonce);
+    {
+        const velmor_test::KeyProvider key("pki/rsa/ocsp.key.pem", Win32::PROV_RSA_FULL);
+        basic.sign(key.get(), Win32::AT_SIGNATURE, CAlgorithmIdentifierEx("1.2.840.113549.1.1.11"));
+    }
+    const CBlob body = basic.encode();
+    CResponseMessage message;
+    message.put_responseStatus(successful);
+    message.put_response("1.3.6.1.5.5.7.48.1.1", &body);
+
+    const std::string file = WriteTempFile(BytesOf(message.encode()), "signed-extensions.der");
+    std::string text;
+    ASSERT_EQ(RunCommand("openssl ocsp -respin " + file + " -resp_text -VAfile " +
+                             DataPath("pki/rsa/ocsp.pem") + " 2>&1",
+                         &text),
+              0)
+        << text;
+    SCOPED_TRACE(text);
+    EXPECT_NE(text.find("Response verify OK"), std::string::npos);
+    EXPECT_EQ(LineAfter(text, "Response Extensions:"), "OCSP Nonce: ");
+    EXPECT_EQ(LineAfter(text, "OCSP Nonce:"), "04080102030405060708");
+    EXPECT_EQ(LineAfter(text, "OCSP CRL ID:"), "crlUrl: http://crl.example/ca.crl");
+    EXPECT_EQ(LineAfter(text, "crlUrl:"), "crlTime: Jan  2 03:04:05 2024 GMT");
     EXPECT_EQ(LineAfter(text, "OCSP Archive Cutoff:"), "Jan  2 03:04:05 2024 GMT");
 }
 
