@@ -99,6 +99,9 @@ int asn1Copy_RDNSequence(ASN1CTXT* ctxt, const ASN1T_RDNSequence& from, ASN1T_RD
 // ---- Name ::= CHOICE { rdnSequence RDNSequence }
 
 int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Name& v, ASN1TAG tag) {
+    if (v.raw.numocts != 0) {
+        return b.putOpenType(v.raw);
+    }
     if (v.t != 1) {
         return b.fail(RTERR_INVPARAM, "Name: unknown choice");
     }
@@ -112,7 +115,8 @@ int asn1D(BerReader& r, ASN1T_Name& v, ASN1TAG tag) {
 
 int asn1Copy_Name(ASN1CTXT* ctxt, const ASN1T_Name& from, ASN1T_Name& to) {
     to.t = from.t;
-    return asn1Copy_RDNSequence(ctxt, from.rdnSequence, to.rdnSequence);
+    const int st = rtCopy(ctxt, from.raw, to.raw);
+    return st < 0 ? st : asn1Copy_RDNSequence(ctxt, from.rdnSequence, to.rdnSequence);
 }
 
 // ---- Extension ::= SEQUENCE { extnID OBJECT IDENTIFIER, critical BOOLEAN DEFAULT FALSE,

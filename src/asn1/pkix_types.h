@@ -37,6 +37,9 @@ struct ASN1T_RDNSequence : OSRTDList {};
 struct ASN1T_Name {
     OSUINT32 t = 1;
     ASN1T_RDNSequence rdnSequence;
+    // When not empty, the whole Name's DER, written as it stands in place of rdnSequence
+    // (the decoder leaves it empty).
+    ASN1OpenType raw;
 };
 
 // ---- Extensions ---------------------------------------------------------------------------

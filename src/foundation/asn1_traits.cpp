@@ -5,10 +5,12 @@
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
 
+#include <array>
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
 #include <string_view>
+#include <vector>
 
 using namespace Velmor::Win32;
 using Velmor::Codec::AllocZ;
@@ -170,9 +172,54 @@ void ASN1GeneralizedTime_traits::decode(const CBlob& der, CDateTime& value) {
 
 // ---- Names and general names
 
+namespace {
+
+// The last Names this thread found to be DER. A message writes the same Name on every
+// encoding (a responder's, a requestor's), and parsing one costs more than the rest of a
+// small message; a value equal to one of these is written from its own octets. Only values
+// that re-encode to themselves are kept, so writing the octets is what the parse would give.
+class KnownDerNames {
+  public:
+    bool contains(const CBlob& der) const noexcept {
+        for (const std::vector<ASN1OCTET>& name : m_names) {
+            if (name.size() == der.cbData() &&
+                std::memcmp(name.data(), der.pbData(), name.size()) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+    void add(const CBlob& der) {
+        m_names[m_next].assign(der.pbData(), der.pbData() + der.cbData());
+        m_next = (m_next + 1) % m_names.size();
+    }
+
+    static KnownDerNames& ofThisThread() {
+        thread_local KnownDerNames names;
+        return names;
+    }
+
+  private:
+    std::array<std::vector<ASN1OCTET>, 8> m_names;
+    std::size_t m_next = 0;
+};
+
+} // namespace
+
 void ASN1T_Name_traits::set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der) {
+    KnownDerNames& known = KnownDerNames::ofThisThread();
+    if (der.cbData() != 0 && known.contains(der)) {
+        // Copied into ctxt, as every set does: the blob may be a temporary of the caller.
+        out.t = 1;
+        out.raw.data = CopyBytes(ctxt, der.pbData(), der.cbData());
+        out.raw.numocts = der.cbData();
+        return;
+    }
     Velmor::Codec::DecodeInto(ctxt, der, out, asn1Copy_Name,
                               Velmor::Codec::OnEmpty::InvalidArgument);
+    if (Velmor::Codec::Encode(out) == der) {
+        known.add(der);
+    }
 }
 
 void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) { der = Velmor::Codec::Encode(in); }
@@ -402,26 +449,31 @@ void ASN1T_AlgorithmIdentifier_traits::get(const ASN1T_AlgorithmIdentifier& in,
 // ---- Certificates
 
 void ASN1T__SeqOfCertificate_traits::set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out,
-                                         const CBlobList& value) {
+                                         const CertificateList& value) {
     rtDListInit(&out);
-    for (const CBlob& certificate : value) {
-        // A certificate is written from the octets it is kept in, so only those are copied
-        // into ctxt; decoding it first refuses a blob that is not one.
-        ASN1BERDecodeBuffer buffer(certificate.pbData(), certificate.cbData());
-        ASN1T_Certificate decoded;
-        Velmor::Codec::Decode(buffer, decoded);
+    const bool checked = value.checked();
+    for (const CBlob& certificate : *value.get()) {
+        // A certificate is written from the octets it is kept in, which outlive the
+        // encoding; decoding it first refuses a blob that is not one, once per list.
+        if (!checked) {
+            ASN1BERDecodeBuffer buffer(certificate.pbData(), certificate.cbData());
+            ASN1T_Certificate decoded;
+            Velmor::Codec::Decode(buffer, decoded);
+        }
         auto& element = AppendNew<ASN1T_Certificate>(ctxt, out);
-        element.raw.data = CopyBytes(ctxt, decoded.raw.data, decoded.raw.numocts);
-        element.raw.numocts = decoded.raw.numocts;
+        element.raw.data = certificate.pbData();
+        element.raw.numocts = certificate.cbData();
     }
+    value.markChecked();
 }
 
-void ASN1T__SeqOfCertificate_traits::get(const ASN1T__SeqOfCertificate& in, CBlobList& value) {
-    CBlobList certificates;
+void ASN1T__SeqOfCertificate_traits::get(const ASN1T__SeqOfCertificate& in,
+                                         CertificateList& value) {
+    auto certificates = std::make_unique<CBlobList>();
     ForEach<ASN1T_Certificate>(in, [&](const ASN1T_Certificate& element) {
-        certificates.push_back(Velmor::Codec::Encode(element));
+        certificates->push_back(Velmor::Codec::Encode(element));
     });
-    value.swap(certificates);
+    value.putDecoded(std::move(certificates));
 }
 
 // ---- Integers

@@ -6,6 +6,7 @@
 #define VELMOR_SRC_FOUNDATION_ASN1_TRAITS_H
 
 #include "asn1/ocsp_types.h"
+#include "foundation/certificate_list.h"
 
 #include <memory>
 #include <pki/ocsp/algorithm_identifier.h>
@@ -102,13 +103,15 @@ struct ASN1T_AlgorithmIdentifier_traits {
     static void get(const ASN1T_AlgorithmIdentifier& in, CAlgorithmIdentifier& value);
 };
 
-// SEQUENCE OF Certificate <-> DER certificates. set throws CRYPT_E_ASN1_INTERNAL for a blob
-// that is not a certificate; get gives each certificate's encoding (the octets it arrived
-// in, since decoded certificates keep them).
+// SEQUENCE OF Certificate <-> a message's certificates. set writes a present list (not null)
+// and throws CRYPT_E_ASN1_INTERNAL for a blob that is not a certificate, decoding the blobs
+// only when the list is not known to be checked, then marks it so; get makes a checked list
+// of each certificate's encoding (the octets it arrived in, since decoded certificates keep
+// them).
 struct ASN1T__SeqOfCertificate_traits {
     using Type = ASN1T__SeqOfCertificate;
-    static void set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out, const CBlobList& value);
-    static void get(const ASN1T__SeqOfCertificate& in, CBlobList& value);
+    static void set(ASN1CTXT* ctxt, ASN1T__SeqOfCertificate& out, const CertificateList& value);
+    static void get(const ASN1T__SeqOfCertificate& in, CertificateList& value);
 };
 
 // INTEGER contents octets <-> CBigInteger, the octets kept exactly. get throws

@@ -20,7 +20,7 @@ CRequestMessage::Data::Data(const Data& other)
     : version(other.version), requestList(other.requestList),
       requestorName(CopyOf(other.requestorName.get())),
       requestExtensions(CopyOf(other.requestExtensions.get())), signedPart(other.signedPart),
-      certs(CopyOf(other.certs.get())) {}
+      certs(other.certs) {}
 
 void CRequestMessage::Data::swap(Data& other) noexcept {
     std::swap(version, other.version);
@@ -33,9 +33,9 @@ void CRequestMessage::Data::swap(Data& other) noexcept {
 
 CBlob CRequestMessage::Data::EncodeTbsRequest() const {
     ASN1BEREncodeBuffer buffer;
-    ASN1T_OCSPRequest message;
-    ASN1T_OCSPRequest_traits::set(buffer.getCtxtPtr(), message, *this);
-    return Codec::Encode(buffer, message.tbsRequest);
+    ASN1T_TBSRequest tbs;
+    ASN1T_TBSRequest_traits::set(buffer.getCtxtPtr(), tbs, *this);
+    return Codec::Encode(buffer, tbs);
 }
 
 CRequestMessage::CRequestMessage() { Records::Make(*this); }

@@ -33,7 +33,7 @@ void CRequestMessage::sign(std::uint64_t provider, unsigned long keySpec,
     m_data->signedPart.Sign(provider, keySpec, algorithm, hashAlgId, tbs);
     // Without a new list the certificates stored before stay.
     if (certs != nullptr) {
-        m_data->certs = std::make_unique<CBlobList>(*certs);
+        m_data->certs.put(certs);
     }
 }
 

@@ -62,9 +62,9 @@ void SetSignature(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out,
     ASN1T_Signature& signature = out.optionalSignature;
     ASN1T_AlgorithmIdentifier_traits::set(ctxt, signature.signatureAlgorithm, *part.algorithm);
     ASN1TDynBitStr_traits::set(ctxt, signature.signature, *part.signature);
-    if (value.certs && !value.certs->empty()) {
+    if (value.certs.get() && !value.certs.get()->empty()) {
         signature.m.certsPresent = 1;
-        ASN1T__SeqOfCertificate_traits::set(ctxt, signature.certs, *value.certs);
+        ASN1T__SeqOfCertificate_traits::set(ctxt, signature.certs, value.certs);
     }
 }
 
@@ -74,8 +74,7 @@ void GetSignature(const ASN1T_Signature& in, ASN1T_OCSPRequest_traits::Record& v
     auto signature = std::make_unique<CBlob>();
     ASN1TDynBitStr_traits::get(in.signature, *signature);
     if (in.m.certsPresent) {
-        value.certs = std::make_unique<CBlobList>();
-        ASN1T__SeqOfCertificate_traits::get(in.certs, *value.certs);
+        ASN1T__SeqOfCertificate_traits::get(in.certs, value.certs);
     }
     value.signedPart.algorithm = std::move(algorithm);
     value.signedPart.signature = std::move(signature);
@@ -83,8 +82,7 @@ void GetSignature(const ASN1T_Signature& in, ASN1T_OCSPRequest_traits::Record& v
 
 } // namespace
 
-void ASN1T_OCSPRequest_traits::set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const Record& value) {
-    ASN1T_TBSRequest& tbs = out.tbsRequest;
+void ASN1T_TBSRequest_traits::set(ASN1CTXT* ctxt, ASN1T_TBSRequest& tbs, const Record& value) {
     if (value.version != v1) {
         tbs.m.versionPresent = 1;
         tbs.version = value.version;
@@ -98,6 +96,10 @@ void ASN1T_OCSPRequest_traits::set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const
     SetRequestList(ctxt, tbs.requestList, value.requestList);
     tbs.m.requestExtensionsPresent =
         SetOptionalExtensions(ctxt, tbs.requestExtensions, value.requestExtensions.get());
+}
+
+void ASN1T_OCSPRequest_traits::set(ASN1CTXT* ctxt, ASN1T_OCSPRequest& out, const Record& value) {
+    ASN1T_TBSRequest_traits::set(ctxt, out.tbsRequest, value);
     SetSignature(ctxt, out, value);
 }
 

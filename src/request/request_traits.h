@@ -4,6 +4,7 @@
 #define VELMOR_SRC_REQUEST_REQUEST_TRAITS_H
 
 #include "asn1/ocsp_types.h"
+#include "foundation/certificate_list.h"
 #include "foundation/value_record.h"
 #include "message/signed_part.h"
 
@@ -33,7 +34,7 @@ struct VELMOR_OCSP_LOCAL CRequestMessage::Data {
     std::unique_ptr<ASN1::CExtensions> requestExtensions;
     // The signature, its algorithm and the tbsRequest as received.
     SignedPart signedPart;
-    std::unique_ptr<CBlobList> certs;
+    CertificateList certs;
 
     Data() = default;
     // Every field but the received tbsRequest (see SignedPart).
@@ -51,6 +52,14 @@ struct ASN1T_Request_traits {
     static void set(ASN1CTXT* ctxt, ASN1T_Request& out, const CSingleRequest& value);
     // Replaces value's reference and extensions with the decoded ones.
     static void get(const ASN1T_Request& in, CSingleRequest& value);
+};
+
+// The to-be-signed part alone: what sign() signs and verify() checks for a request that
+// keeps no received octets.
+struct ASN1T_TBSRequest_traits {
+    using Type = ASN1T_TBSRequest;
+    using Record = Detail::Records::Record<CRequestMessage>;
+    static void set(ASN1CTXT* ctxt, ASN1T_TBSRequest& out, const Record& value);
 };
 
 // The whole request. set fills tbsRequest and, when there is a signature, the

@@ -15,7 +15,7 @@ using Detail::Records;
 
 CBasicResponse::Data::Data(const Data& other)
     : version(other.version), producedAt(other.producedAt), responderID(other.responderID),
-      signedPart(other.signedPart), responses(other.responses), certs(CopyOf(other.certs.get())),
+      signedPart(other.signedPart), responses(other.responses), certs(other.certs),
       responseExtensions(CopyOf(other.responseExtensions.get())) {}
 
 CBlob CBasicResponse::Data::EncodeTbsResponseData() const {
@@ -67,7 +67,7 @@ void CBasicResponse::put_responses(const CSingleResponseList& responses) {
     }
 }
 
-void CBasicResponse::put_certs(const CBlobList* certs) { m_data->certs = CopyOf(certs); }
+void CBasicResponse::put_certs(const CBlobList* certs) { m_data->certs.put(certs); }
 
 void CBasicResponse::put_responseExtensions(const CExtensions* responseExtensions) {
     m_data->responseExtensions = CopyOf(responseExtensions);

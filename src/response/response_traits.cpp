@@ -148,9 +148,9 @@ void ASN1T_BasicOCSPResponse_traits::set(ASN1CTXT* ctxt, ASN1T_BasicOCSPResponse
     ASN1T_ResponseData_traits::set(ctxt, out.tbsResponseData, value);
     ASN1T_AlgorithmIdentifier_traits::set(ctxt, out.signatureAlgorithm, *part.algorithm);
     ASN1TDynBitStr_traits::set(ctxt, out.signature, *part.signature);
-    if (value.certs && !value.certs->empty()) {
+    if (value.certs.get() && !value.certs.get()->empty()) {
         out.m.certsPresent = 1;
-        ASN1T__SeqOfCertificate_traits::set(ctxt, out.certs, *value.certs);
+        ASN1T__SeqOfCertificate_traits::set(ctxt, out.certs, value.certs);
     }
 }
 
@@ -225,9 +225,7 @@ void ASN1T_BasicOCSPResponse_traits::get(const ASN1T_BasicOCSPResponse& in, Reco
     ASN1TDynBitStr_traits::get(in.signature, *signature);
     value.signedPart.signature = std::move(signature);
     if (in.m.certsPresent) {
-        auto certs = std::make_unique<CBlobList>();
-        ASN1T__SeqOfCertificate_traits::get(in.certs, *certs);
-        value.certs = std::move(certs);
+        ASN1T__SeqOfCertificate_traits::get(in.certs, value.certs);
     }
     taken.received.assign(tbs.raw.data, tbs.raw.numocts);
     std::swap(value.signedPart.received, taken.received);

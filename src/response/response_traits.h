@@ -4,6 +4,7 @@
 #define VELMOR_SRC_RESPONSE_RESPONSE_TRAITS_H
 
 #include "asn1/ocsp_types.h"
+#include "foundation/certificate_list.h"
 #include "foundation/value_record.h"
 #include "message/signed_part.h"
 
@@ -49,7 +50,7 @@ struct VELMOR_OCSP_LOCAL CBasicResponse::Data {
     // The signature, its algorithm and the tbsResponseData as received.
     SignedPart signedPart;
     CSingleResponseList responses;
-    std::unique_ptr<CBlobList> certs;
+    CertificateList certs;
     std::unique_ptr<ASN1::CExtensions> responseExtensions;
 
     Data() = default;

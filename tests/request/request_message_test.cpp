@@ -244,3 +244,26 @@ TEST(CRequestMessage, KeptBehavioursOfSigning) {
     EXPECT_EQ(HexOf(*original.get_signature()), before);
     EXPECT_HRESULT_THROW(CRequestMessage().verify(client), E_INVALIDARG);
 }
+
+TEST(CRequestMessage, CertificatesAreCheckedWhenEncodedUntilReplaced) {
+    // Certificates given to sign() are read when the request is encoded; a decoded list is
+    // known good and copies of it too. A new list is read again, and a blob that is not a
+    // certificate fails every encoding until the list is replaced.
+    CBlobList good;
+    good.push_back(Data("pki/rsa/client.der"));
+    CRequestMessage request = WithEntries({1});
+    SignWithRsaClient(request, &good);
+    const CBlob wire = request.encode();
+    CRequestMessage decoded;
+    decoded.decode(wire);
+    const CRequestMessage copy = decoded;
+    EXPECT_EQ(HexOf(copy.encode()), HexOf(wire));
+
+    CBlobList bad = good;
+    bad.push_back(Hex("3000"));
+    SignWithRsaClient(decoded, &bad);
+    EXPECT_HRESULT_THROW(decoded.encode(), CRYPT_E_ASN1_INTERNAL);
+    EXPECT_HRESULT_THROW(decoded.encode(), CRYPT_E_ASN1_INTERNAL);
+    SignWithRsaClient(decoded, &good);
+    EXPECT_EQ(decoded.encode().cbData(), wire.cbData());
+}

@@ -71,6 +71,25 @@ TEST(CResponderID, EncodeAndDecodeFailuresChangeNothing) {
     EXPECT_EQ(HexOf(CResponderID(CResponderID::byKey, CBlob()).encode()), "a2020400");
 }
 
+TEST(CResponderID, NamesAreWrittenAsDerEveryTime) {
+    // The same Name with a long-form length: written as DER, also when the DER form was
+    // written just before and the BER form many times (a Name written once is not taken
+    // for DER because its octets were seen). A Name that stopped being one fails each time.
+    const CBlob der = Name(0x0c, "Velmor", "Responder");
+    Bytes longForm = der.to_vector();
+    longForm.erase(longForm.begin(), longForm.begin() + 2);
+    longForm.insert(longForm.begin(), {0x30, 0x81, der.pbData()[1]});
+    const std::string expected = velmor_test::ToHex(Tlv(0xa1, der.to_vector()));
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(HexOf(CResponderID(CResponderID::byName, der).encode()), expected);
+        EXPECT_EQ(HexOf(CResponderID(CResponderID::byName, CBlob(longForm)).encode()), expected);
+        Bytes broken = der.to_vector();
+        broken.pop_back(); // one octet short of its length
+        EXPECT_HRESULT_THROW(CResponderID(CResponderID::byName, CBlob(broken)).encode(),
+                             CRYPT_E_ASN1_INTERNAL);
+    }
+}
+
 TEST(CResponderID, NamesCompareAsNamesAndKeysAsBytes) {
     const CBlob utf8 = Name(0x0c, "Velmor Test PKI", "Velmor RSA OCSP Responder");
     const CResponderID name(CResponderID::byName, utf8);
