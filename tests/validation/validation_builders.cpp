@@ -35,6 +35,14 @@ X509Ptr ReadCertificate(const CBlob& der) {
 
 } // namespace
 
+std::string FailureText(std::uint32_t failures) {
+    std::string text;
+    for (const std::string& name : CValidationResult::FailureNames(failures)) {
+        text += (text.empty() ? "" : ",") + name;
+    }
+    return text.empty() ? "none" : text;
+}
+
 CBasicResponse SignedResponse(const std::string& family, const std::string& keyPath,
                               const CResponderID& responderId, const CSingleResponseList& entries,
                               const CBlobList* certs, const ASN1::CExtensions* extensions) {

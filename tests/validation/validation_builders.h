@@ -66,6 +66,10 @@ inline ASN1::CExtensions NonceExtensions(const std::string& hex) {
     return extensions;
 }
 
+// The short names of the failure bits joined by commas, "none" for no bit: a mismatch in a
+// test then reads as the checks' names.
+std::string FailureText(std::uint32_t failures);
+
 // A response signed with the private key in keyPath (RSA with SHA-256, or ECDSA with SHA-256
 // for family "ec"), encoded and decoded again.
 CBasicResponse SignedResponse(const std::string& family, const std::string& keyPath,
