@@ -38,11 +38,11 @@ struct Scenario {
         certs = CBlobList();
         certs.push_back(certificate);
     }
-    // Signed by a delegate made of spec for the client's key.
-    void SignAsDelegate(DelegateSpec spec) {
-        spec.family = family;
-        spec.keyPath = KeyPath(family, "client");
-        SignAs("client", MakeDelegate(spec));
+    // Signed by a delegate made of profile for the client's key.
+    void SignAsDelegate(DelegateProfile profile) {
+        profile.family = family;
+        profile.keyPath = KeyPath(family, "client");
+        SignAs("client", MakeDelegate(profile));
     }
     CSingleResponse Leaf(const CCertStatus& status, const CDateTime& thisUpdate,
                          const CDateTime* next, const char* issuer = "inter",

@@ -68,10 +68,10 @@ CBasicResponse SignedResponse(const std::string& family, const std::string& keyP
     return received;
 }
 
-CBlob MakeDelegate(const DelegateSpec& spec) {
-    const KeyPtr subjectKey = ReadKey(spec.keyPath);
-    const KeyPtr signingKey = ReadKey(KeyPath(spec.family, spec.signingKey));
-    const X509Ptr issuer = ReadCertificate(Pki(spec.family, spec.issuerName));
+CBlob MakeDelegate(const DelegateProfile& profile) {
+    const KeyPtr subjectKey = ReadKey(profile.keyPath);
+    const KeyPtr signingKey = ReadKey(KeyPath(profile.family, profile.signingKey));
+    const X509Ptr issuer = ReadCertificate(Pki(profile.family, profile.issuerName));
     if (!subjectKey || !signingKey || !issuer) {
         ADD_FAILURE() << "delegate inputs missing";
         return CBlob();
@@ -85,10 +85,10 @@ CBlob MakeDelegate(const DelegateSpec& spec) {
                                reinterpret_cast<const unsigned char*>("Velmor Test Delegate"), -1,
                                -1, 0);
     X509_set_issuer_name(x, X509_get_subject_name(issuer.get()));
-    ASN1_TIME_set(X509_getm_notBefore(x), static_cast<time_t>(spec.notBefore));
-    ASN1_TIME_set(X509_getm_notAfter(x), static_cast<time_t>(spec.notAfter));
+    ASN1_TIME_set(X509_getm_notBefore(x), static_cast<time_t>(profile.notBefore));
+    ASN1_TIME_set(X509_getm_notAfter(x), static_cast<time_t>(profile.notAfter));
     X509_set_pubkey(x, subjectKey.get());
-    if (spec.ocspSigning) {
+    if (profile.ocspSigning) {
         X509V3_CTX context;
         X509V3_set_ctx(&context, issuer.get(), x, nullptr, nullptr, 0);
         X509_EXTENSION* usage =

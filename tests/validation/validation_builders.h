@@ -77,10 +77,10 @@ CBasicResponse SignedResponse(const std::string& family, const std::string& keyP
                               const CBlobList* certs, const ASN1::CExtensions* extensions);
 
 // A certificate for the public key of keyPath, issued in the name of issuerName's subject and
-// signed with signingKeyPath (both fixtures of family), valid from notBefore to notAfter,
+// signed with signingKey's key (both fixtures of family), valid from notBefore to notAfter,
 // with extendedKeyUsage id-kp-OCSPSigning when ocspSigning holds and no such extension
 // otherwise.
-struct DelegateSpec {
+struct DelegateProfile {
     std::string family = "rsa";
     std::string keyPath = {};
     std::string issuerName = "inter";
@@ -89,7 +89,7 @@ struct DelegateSpec {
     std::int64_t notAfter = kNow.seconds() + 30 * kDay;
     bool ocspSigning = true;
 };
-CBlob MakeDelegate(const DelegateSpec& spec);
+CBlob MakeDelegate(const DelegateProfile& profile);
 
 } // namespace velmor_test
 
