@@ -24,6 +24,7 @@
 #include <pki/ocsp/request_message.h>
 #include <pki/ocsp/responder_id.h>
 #include <pki/ocsp/response_message.h>
+#include <pki/ocsp/response_validator.h>
 #include <pki/ocsp/single_request.h>
 #include <pki/ocsp/single_response.h>
 #include <pki/ocsp/string_proxy.h>
