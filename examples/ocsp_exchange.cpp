@@ -2,12 +2,12 @@
 // once with the RSA fixture PKI and once with the ECDSA one.
 //
 // The client asks about two certificates (a good one and a revoked one): a request with a
-// fresh nonce and the client's name as requestor, signed with the client's key and carrying
-// the client's certificate. The responder decodes the request and verifies its signature,
-// looks each certificate up in its CA database (index.txt as `openssl ca` writes it),
-// answers one entry per certificate, echoes the nonce, signs with its delegated responder
-// key and encodes the response message. The client decodes it, checks the status and type,
-// verifies the signature, checks the nonce and prints each entry.
+// fresh nonce, signed with the client's key and carrying the client's certificate. The responder
+// decodes the request and verifies its signature, looks each certificate up in its CA database
+// (index.txt as `openssl ca` writes it), answers one entry per certificate, echoes the nonce, signs
+// with its delegated responder key and encodes the response message. The client decodes it, checks
+// the status and type, has the validator check signature, signer, entry, times and nonce for each
+// certificate, and prints each entry.
 #include <cstdio>
 #include <ctime>
 #include <fstream>
@@ -27,6 +27,8 @@ namespace {
 constexpr const char* kSha1 = "1.3.14.3.2.26";
 constexpr const char* kNonce = "1.3.6.1.5.5.7.48.1.2";
 constexpr const char* kBasicResponse = "1.3.6.1.5.5.7.48.1.1";
+// The certificates the client asks about: one valid, one revoked in the CA database.
+constexpr const char* kLeaves[] = {"leaf", "leaf00"};
 
 // One fixture PKI: its folder, the provider type of its keys and its signature algorithm.
 struct Pki {
@@ -107,11 +109,11 @@ CBlob FreshNonce() {
     return CBlob(value);
 }
 
-CBlob BuildSignedRequest(const Pki& pki, const CBlob& nonce) {
+CRequestMessage BuildSignedRequest(const Pki& pki, const CBlob& nonce) {
     const CBlob issuer = Certificate(pki, "inter");
     const ASN1::CAlgorithmIdentifierEx sha1(kSha1);
     CSingleRequestList entries;
-    for (const char* leaf : {"leaf", "leaf00"}) {
+    for (const char* leaf : kLeaves) {
         entries.push_back(CSingleRequest(CReqCert(CCertID(sha1, Certificate(pki, leaf), issuer))));
     }
     CRequestMessage request;
@@ -126,7 +128,7 @@ CBlob BuildSignedRequest(const Pki& pki, const CBlob& nonce) {
     const KeyProvider key(DataPath(pki, "client.key.pem"), pki.providerType);
     request.sign(key.get(), Win32::AT_SIGNATURE, ASN1::CAlgorithmIdentifierEx(pki.signatureOid),
                  &certificates);
-    return request.encode();
+    return request;
 }
 
 const char* ReasonName(ASN1::CrlReason reason) {
@@ -166,9 +168,11 @@ void PrintEntry(const CSingleResponse& entry) {
     std::printf("\n");
 }
 
-// True when the answer is successful, of the basic type, signed by the responder whose
-// certificate it carries, and echoes the nonce sent.
-bool CheckAnswer(const CBlob& wire, const CBlob& nonce) {
+// True when the answer is successful, of the basic type, and accepted by the validator for
+// every certificate asked about: the signature, the signer's authority (a delegated
+// responder certificate issued by the CA for OCSP signing), the responder ID, the entry, its
+// times and the nonce of the request sent.
+bool CheckAnswer(const Pki& pki, const CBlob& wire, const CRequestMessage& sent) {
     CResponseMessage message;
     message.decode(wire);
     if (message.get_responseStatus() != successful || message.get_response() == nullptr ||
@@ -178,21 +182,29 @@ bool CheckAnswer(const CBlob& wire, const CBlob& nonce) {
     }
     CBasicResponse basic;
     basic.decode(*message.get_response());
-    // A real client also checks that this certificate was issued by the CA for OCSP signing
-    // and that it matches the responder ID; the library's verify checks the signature only.
+    std::printf("client: %lu octets, status successful, %llu entries\n", wire.cbData(),
+                static_cast<unsigned long long>(basic.get_responses().size()));
+    CResponseValidator validator;
+    validator.put_request(&sent);
+    bool accepted = true;
+    for (const char* leaf : kLeaves) {
+        const CValidationResult result =
+            validator.validate(basic, Certificate(pki, leaf), Certificate(pki, "inter"));
+        if (result.get_entry() != nullptr) {
+            PrintEntry(*result.get_entry());
+        }
+        std::printf("client:     %s", result.isAccepted() ? "accepted" : "REFUSED:");
+        for (const std::string& failure : CValidationResult::FailureNames(result.get_failures())) {
+            std::printf(" %s", failure.c_str());
+        }
+        std::printf("\n");
+        accepted = accepted && result.isAccepted();
+    }
+    // The bare signature check, with the responder certificate the response carries.
     const CBlobList* certs = basic.get_certs();
     const bool signedOk = certs != nullptr && !certs->empty() && basic.verify(certs->front());
-    const ASN1::CExtensions* extensions = basic.get_responseExtensions();
-    const ASN1::CExtension* echoed = extensions ? extensions->find(kNonce) : nullptr;
-    const bool nonceOk = echoed != nullptr && echoed->get_extnValue() == nonce;
-    std::printf("client: %lu octets, status successful, signature %s, nonce %s, %llu entries\n",
-                wire.cbData(), signedOk ? "verified" : "DOES NOT VERIFY",
-                nonceOk ? "matches" : "DOES NOT MATCH",
-                static_cast<unsigned long long>(basic.get_responses().size()));
-    for (const CSingleResponse& entry : basic.get_responses()) {
-        PrintEntry(entry);
-    }
-    return signedOk && nonceOk;
+    std::printf("client: signature %s\n", signedOk ? "verified" : "DOES NOT VERIFY");
+    return accepted && signedOk;
 }
 
 // ---- The responder ------------------------------------------------------------------------
@@ -294,12 +306,13 @@ CBlob Answer(const Pki& pki, const CBlob& requestWire) {
 bool Exchange(const Pki& pki) {
     std::printf("== %s\n", pki.name);
     const CBlob nonce = FreshNonce();
-    const CBlob requestWire = BuildSignedRequest(pki, nonce);
+    const CRequestMessage request = BuildSignedRequest(pki, nonce);
+    const CBlob requestWire = request.encode();
     std::printf("client: signed request of %lu octets, nonce %s\n", requestWire.cbData(),
                 Hex(nonce).c_str());
     const CBlob answer = Answer(pki, requestWire);
     std::printf("responder: signed answer of %lu octets\n", answer.cbData());
-    return CheckAnswer(answer, nonce);
+    return CheckAnswer(pki, answer, request);
 }
 
 } // namespace
