@@ -62,6 +62,12 @@ Report& Report::text(std::string key, std::string label, std::string value) {
     return *this;
 }
 
+Report& Report::text(std::string key, std::string label, std::string value, std::string shown) {
+    text(std::move(key), std::move(label), std::move(value));
+    m_children.back().m_text = std::move(shown);
+    return *this;
+}
+
 Report& Report::number(std::string key, std::string label, std::int64_t value,
                        std::string textValue) {
     Report field(Kind::value, std::move(key), std::move(label));

@@ -21,6 +21,8 @@ class Report {
 
     // Fields of a group, in the order they are added. Each returns the group.
     Report& text(std::string key, std::string label, std::string value);
+    // A text that the text form shows otherwise: an identifier with its name.
+    Report& text(std::string key, std::string label, std::string value, std::string shown);
     // A number in JSON; in the text form the number, or textValue when one is given.
     Report& number(std::string key, std::string label, std::int64_t value,
                    std::string textValue = "");

@@ -159,7 +159,7 @@ bool DecodeExtension(Report& item, const std::string& oid, const CBlob& value) {
             const CExtAcceptableResponses accepted(value);
             Report& types = item.list("acceptableResponses", "", "response type");
             for (const CStringProxy& type : accepted.get_acceptableResponses()) {
-                types.text("", "", Named(type.c_str()));
+                types.text("", "", type.c_str(), Named(type.c_str()));
             }
             return true;
         }
@@ -169,11 +169,11 @@ bool DecodeExtension(Report& item, const std::string& oid, const CBlob& value) {
             if (locator.get_locator() != nullptr) {
                 Report& places = item.list("locator", "", "locator");
                 for (const ASN1::CAccessDescription& place : *locator.get_locator()) {
-                    places.add(
-                        Report::Group("", "")
-                            .text("accessMethod", "access method", Named(place.get_accessMethod()))
-                            .text("accessLocation", "access location",
-                                  GeneralNameText(place.get_accessLocation())));
+                    places.add(Report::Group("", "")
+                                   .text("accessMethod", "access method", place.get_accessMethod(),
+                                         Named(place.get_accessMethod()))
+                                   .text("accessLocation", "access location",
+                                         GeneralNameText(place.get_accessLocation())));
                 }
             }
             return true;
@@ -343,7 +343,7 @@ Report ResponseReport(const CResponseMessage& response, const std::string& path)
         return report;
     }
     const std::string type = response.get_responseType();
-    report.text("responseType", "response type", Named(type));
+    report.text("responseType", "response type", type, Named(type));
     if (type != kBasicResponseOid) {
         report.octets("response", "response", *response.get_response());
         return report;
