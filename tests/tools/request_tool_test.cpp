@@ -1,10 +1,6 @@
 // velmor-ocsp request: what it writes is read by the openssl command and by Python's
 // cryptography package, and names the same certificates as their own requests do.
 #include <gtest/gtest.h>
-#include <openssl/ocsp.h>
-#include <openssl/x509.h>
-
-#include <memory>
 #include <regex>
 #include <string>
 
@@ -59,41 +55,6 @@ std::string NonceOf(const std::string& opensslText) {
     return std::regex_search(opensslText, match, nonce) ? match[1].str() : "";
 }
 
-ToolRun Request(const std::string& family, const std::vector<std::string>& leaves,
-                const std::string& out, const std::vector<std::string>& more = {}) {
-    std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
-    for (const std::string& leaf : leaves) {
-        args.push_back("--cert");
-        args.push_back(Pki(family, leaf + ".der"));
-    }
-    args.insert(args.end(), more.begin(), more.end());
-    args.push_back("--out");
-    args.push_back(out);
-    return RunTool(args);
-}
-
-bool OpensslVerifiesRequest(const std::string& path, const std::string& signerPem) {
-    const Bytes der = ReadFile(path);
-    const unsigned char* p = der.data();
-    std::unique_ptr<OCSP_REQUEST, decltype(&OCSP_REQUEST_free)> request(
-        d2i_OCSP_REQUEST(nullptr, &p, static_cast<long>(der.size())), OCSP_REQUEST_free);
-    const Bytes signerDer = ReadFile(signerPem.substr(0, signerPem.size() - 4) + ".der");
-    p = signerDer.data();
-    std::unique_ptr<X509, decltype(&X509_free)> signer(
-        d2i_X509(nullptr, &p, static_cast<long>(signerDer.size())), X509_free);
-    if (!request || !signer) {
-        return false;
-    }
-    STACK_OF(X509)* certs = sk_X509_new_null();
-    sk_X509_push(certs, signer.get());
-    X509_STORE* store = X509_STORE_new();
-    const int result =
-        OCSP_request_verify(request.get(), certs, store, OCSP_NOINTERN | OCSP_NOVERIFY);
-    X509_STORE_free(store);
-    sk_X509_free(certs);
-    return result == 1;
-}
-
 } // namespace
 
 TEST(RequestTool, OpensslReadsTheSameCertificateIdsAsInItsOwnRequest) {
@@ -103,7 +64,7 @@ TEST(RequestTool, OpensslReadsTheSameCertificateIdsAsInItsOwnRequest) {
         for (const std::string hash : {"sha1", "sha256", "sha384", "sha512"}) {
             SCOPED_TRACE(family + " " + hash);
             const std::string ours = ScratchPath("ours-" + family + hash + ".der");
-            const ToolRun run = Request(family, leaves, ours, {"--hash", hash});
+            const ToolRun run = RunRequest(family, leaves, ours, {"--hash", hash});
             ASSERT_EQ(run.exitCode, 0) << run.err;
             EXPECT_EQ(run.out + run.err, "");
             const std::string text = OpensslRequestText(ours);
@@ -118,8 +79,8 @@ TEST(RequestTool, NonceIsSixteenFreshRandomOctetsUnlessTurnedOff) {
     ASSERT_TRUE(HaveOpenssl());
     const std::string first = ScratchPath("nonce-1.der");
     const std::string second = ScratchPath("nonce-2.der");
-    ASSERT_EQ(Request("rsa", {"leaf"}, first).exitCode, 0);
-    ASSERT_EQ(Request("rsa", {"leaf"}, second, {"--nonce"}).exitCode, 0);
+    ASSERT_EQ(RunRequest("rsa", {"leaf"}, first).exitCode, 0);
+    ASSERT_EQ(RunRequest("rsa", {"leaf"}, second, {"--nonce"}).exitCode, 0);
     const std::string nonce1 = NonceOf(OpensslRequestText(first));
     const std::string nonce2 = NonceOf(OpensslRequestText(second));
     EXPECT_EQ(nonce1.size(), 32u);
@@ -127,7 +88,7 @@ TEST(RequestTool, NonceIsSixteenFreshRandomOctetsUnlessTurnedOff) {
     EXPECT_NE(nonce1, nonce2);
 
     const std::string none = ScratchPath("no-nonce.der");
-    ASSERT_EQ(Request("rsa", {"leaf"}, none, {"--no-nonce"}).exitCode, 0);
+    ASSERT_EQ(RunRequest("rsa", {"leaf"}, none, {"--no-nonce"}).exitCode, 0);
     const std::string text = OpensslRequestText(none);
     EXPECT_EQ(text.find("Request Extensions"), std::string::npos) << text;
     // Without a nonce the request is the one openssl writes, byte for byte.
@@ -142,8 +103,8 @@ TEST(RequestTool, SignedRequestsCarryTheSignerAndVerifyWithOpenssl) {
         for (const std::string& key :
              {Pki(family, "client.key.pem"), "file:" + Pki(family, "client.key.der")}) {
             const std::string out = ScratchPath("signed-" + family + ".der");
-            const ToolRun run = Request(family, {"leaf"}, out,
-                                        {"--sign-key", key, "--signer", Pki(family, "client.pem")});
+            const ToolRun run = RunRequest(
+                family, {"leaf"}, out, {"--sign-key", key, "--signer", Pki(family, "client.pem")});
             ASSERT_EQ(run.exitCode, 0) << run.err;
             const std::string text = OpensslRequestText(out);
             const std::string requestor = "Requestor Name: DirName:C = DE, O = Velmor Test PKI, "
@@ -155,8 +116,11 @@ TEST(RequestTool, SignedRequestsCarryTheSignerAndVerifyWithOpenssl) {
                                                 : "Signature Algorithm: ecdsa-with-SHA256"),
                       std::string::npos)
                 << text;
-            EXPECT_TRUE(OpensslVerifiesRequest(out, Pki(family, "client.pem")));
-            EXPECT_FALSE(OpensslVerifiesRequest(out, Pki(family, "leaf.pem")));
+            const Velmor::CBlob der(ReadFile(out));
+            EXPECT_TRUE(
+                OpensslVerifiesRequest(der, Velmor::CBlob(ReadFile(Pki(family, "client.der")))));
+            EXPECT_FALSE(
+                OpensslVerifiesRequest(der, Velmor::CBlob(ReadFile(Pki(family, "leaf.der")))));
         }
     }
 }
@@ -186,7 +150,7 @@ print('same')
             for (const std::string hash : {"sha1", "sha256"}) {
                 SCOPED_TRACE(family + " " + leaf + " " + hash);
                 const std::string out = ScratchPath("python-" + family + leaf + hash + ".der");
-                ASSERT_EQ(Request(family, {leaf}, out, {"--hash", hash}).exitCode, 0);
+                ASSERT_EQ(RunRequest(family, {leaf}, out, {"--hash", hash}).exitCode, 0);
                 std::string output;
                 EXPECT_EQ(
                     RunPython(script,
@@ -205,9 +169,9 @@ TEST(RequestTool, PemAndBase64OutputHoldTheSameDer) {
     const std::string pem = ScratchPath("form.pem");
     const std::string base64 = ScratchPath("form.b64");
     const std::vector<std::string> leaves{"leaf", "leaf20"};
-    ASSERT_EQ(Request("ec", leaves, der, {"--no-nonce"}).exitCode, 0);
-    ASSERT_EQ(Request("ec", leaves, pem, {"--no-nonce", "--pem"}).exitCode, 0);
-    ASSERT_EQ(Request("ec", leaves, base64, {"--no-nonce", "--base64"}).exitCode, 0);
+    ASSERT_EQ(RunRequest("ec", leaves, der, {"--no-nonce"}).exitCode, 0);
+    ASSERT_EQ(RunRequest("ec", leaves, pem, {"--no-nonce", "--pem"}).exitCode, 0);
+    ASSERT_EQ(RunRequest("ec", leaves, base64, {"--no-nonce", "--base64"}).exitCode, 0);
 
     const Bytes pemText = ReadFile(pem);
     const std::string pemString(pemText.begin(), pemText.end());
@@ -229,8 +193,8 @@ TEST(RequestTool, PemAndBase64OutputHoldTheSameDer) {
 
 TEST(RequestTool, WritesToStandardOutput) {
     const std::string der = ScratchPath("stdout.der");
-    ASSERT_EQ(Request("rsa", {"leaf"}, der, {"--no-nonce"}).exitCode, 0);
-    const ToolRun run = Request("rsa", {"leaf"}, "-", {"--no-nonce", "--base64"});
+    ASSERT_EQ(RunRequest("rsa", {"leaf"}, der, {"--no-nonce"}).exitCode, 0);
+    const ToolRun run = RunRequest("rsa", {"leaf"}, "-", {"--no-nonce", "--base64"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     std::string decoded;
     const std::string path = WriteTempFile(Text(run.out), "stdout.b64");

@@ -16,16 +16,8 @@ namespace {
 // A request of ours for leaves of a family; the file's path.
 std::string MakeRequest(const std::string& family, const std::vector<std::string>& leaves,
                         const std::string& name, const std::vector<std::string>& more = {}) {
-    std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
-    for (const std::string& leaf : leaves) {
-        args.push_back("--cert");
-        args.push_back(Pki(family, leaf + ".pem"));
-    }
-    args.insert(args.end(), more.begin(), more.end());
     const std::string path = ScratchPath(name);
-    args.push_back("--out");
-    args.push_back(path);
-    const ToolRun run = RunTool(args);
+    const ToolRun run = RunRequest(family, leaves, path, more);
     EXPECT_EQ(run.exitCode, 0) << run.err;
     return path;
 }

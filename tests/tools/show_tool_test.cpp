@@ -119,27 +119,21 @@ TEST(ShowTool, PrintsEveryFieldOfAResponseOpensslWrote) {
               FileText(std::string(VELMOR_TOOLS_TEST_DIR) + "/show-resp-revoked-rsa.txt"));
 }
 
-TEST(ShowTool, JsonOfEveryResponseSaysWhatPythonReads) {
+TEST(ShowTool, JsonOfEveryResponseAndRequestSaysWhatPythonReads) {
     ASSERT_TRUE(HavePythonCryptography());
+    const auto compare = [](const char* script, const char* name) {
+        SCOPED_TRACE(name);
+        const std::string path = DataPath(std::string("ocsp/") + name);
+        const std::string json = WriteTempFile(Text(Show({"--json", path})), "show.json");
+        std::string output;
+        EXPECT_EQ(RunPython(script, {json, path}, &output), 0) << output;
+        EXPECT_EQ(output, "same\n");
+    };
     for (const char* name : kResponses) {
-        SCOPED_TRACE(name);
-        const std::string path = DataPath(std::string("ocsp/") + name);
-        const std::string json = WriteTempFile(Text(Show({"--json", path})), "show.json");
-        std::string output;
-        EXPECT_EQ(RunPython(kCompareResponse, {json, path}, &output), 0) << output;
-        EXPECT_EQ(output, "same\n");
+        compare(kCompareResponse, name);
     }
-}
-
-TEST(ShowTool, JsonOfEveryRequestSaysWhatPythonReads) {
-    ASSERT_TRUE(HavePythonCryptography());
     for (const char* name : kRequests) {
-        SCOPED_TRACE(name);
-        const std::string path = DataPath(std::string("ocsp/") + name);
-        const std::string json = WriteTempFile(Text(Show({"--json", path})), "show.json");
-        std::string output;
-        EXPECT_EQ(RunPython(kCompareRequest, {json, path}, &output), 0) << output;
-        EXPECT_EQ(output, "same\n");
+        compare(kCompareRequest, name);
     }
 }
 

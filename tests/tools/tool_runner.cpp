@@ -92,6 +92,19 @@ ToolRun RunTool(const std::vector<std::string>& args) {
     return run;
 }
 
+ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
+                   const std::string& out, const std::vector<std::string>& more) {
+    std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
+    for (const std::string& leaf : leaves) {
+        args.push_back("--cert");
+        args.push_back(Pki(family, leaf + ".der"));
+    }
+    args.insert(args.end(), more.begin(), more.end());
+    args.push_back("--out");
+    args.push_back(out);
+    return RunTool(args);
+}
+
 int RunPython(const std::string& script, const std::vector<std::string>& args,
               std::string* output) {
     static int counter = 0;

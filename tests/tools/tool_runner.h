@@ -18,6 +18,11 @@ struct ToolRun {
 // Runs velmor-ocsp with args, standard input from /dev/null.
 ToolRun RunTool(const std::vector<std::string>& args);
 
+// velmor-ocsp request about leaves of a family ("rsa" or "ec", the DER files) under the
+// family's intermediate CA, with more options, written to out.
+ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
+                   const std::string& out, const std::vector<std::string>& more = {});
+
 // A path for a file in a directory of this test process (removed when the process ends).
 std::string ScratchPath(const std::string& name);
 
