@@ -5,6 +5,7 @@
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <cstdio>
 #include <ctime>
@@ -109,6 +110,12 @@ std::optional<CertificateFacts> ReadCertificateFacts(const CBlob& der) {
     facts.subjectName = NameDer(X509_get_subject_name(certificate.get()));
     facts.issuerName = NameDer(X509_get_issuer_name(certificate.get()));
     return facts;
+}
+
+bool IsIssuerOf(const CBlob& issuerCertificate, const CBlob& certificate) {
+    const Owned<X509> issuer = ParseCertificate(issuerCertificate);
+    const Owned<X509> subject = ParseCertificate(certificate);
+    return issuer && subject && X509_check_issued(issuer.get(), subject.get()) == X509_V_OK;
 }
 
 bool NamesIssuer(const Velmor::PKI::OCSP::CCertID& id, const CBlob& issuerCertificate) {

@@ -27,6 +27,10 @@ struct CertificateFacts {
 // Null when der is not a certificate.
 std::optional<CertificateFacts> ReadCertificateFacts(const Velmor::CBlob& der);
 
+// True when issuerCertificate's subject and key identifier fit the issuer of certificate
+// (both DER certificates).
+bool IsIssuerOf(const Velmor::CBlob& issuerCertificate, const Velmor::CBlob& certificate);
+
 // True when id's issuer name hash and issuer key hash are the hashes of issuerCertificate's
 // subject Name and public key, computed with id's own hash algorithm (false for a hash
 // OpenSSL does not know).

@@ -72,6 +72,9 @@ int Run(const RequestOptions& options) {
     CSingleRequestList entries;
     for (const std::string& path : options.certificates) {
         const CBlob certificate = ReadCertificate(path);
+        if (!IsIssuerOf(issuer, certificate)) {
+            FailFile(path, "was not issued by " + options.issuer);
+        }
         const ASN1::CAlgorithmIdentifierEx hash(HashOid(options.hash), &parameters);
         try {
             entries.push_back(CSingleRequest(CReqCert(CCertID(hash, certificate, issuer))));

@@ -190,8 +190,10 @@ Command AddRespondCommand(CLI::App& application) {
         ->required();
     command->add_flag("--by-key", options->byKey,
                       "Name the responder by the hash of its key rather than by its name");
-    command->add_option("--next-update", options->nextUpdateDays,
-                        "Days until newer information is available (no nextUpdate without it)");
+    command
+        ->add_option("--next-update", options->nextUpdateDays,
+                     "Days until newer information is available (no nextUpdate without it)")
+        ->check(CLI::Range(0u, 36500u));
     CLI::Option* other = command->add_option(
         "--rother", options->otherCertificates,
         "More certificates to send with the response (PEM, any number, or one DER)");

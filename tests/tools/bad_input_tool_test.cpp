@@ -152,6 +152,9 @@ TEST(BadInputTool, RequestSaysWhichCertificateOrKeyIsWrong) {
         {request(f.inter, f.response), 5, f.response + notCertificate},
         {request(f.keyPem, f.leafPem), 5,
          f.keyPem + ": holds a PEM \"PRIVATE KEY\" block, not \"CERTIFICATE\""},
+        {request(f.leafPem, f.inter), 5, f.inter + ": was not issued by " + f.leafPem},
+        {request(Pki("ec", "inter.pem"), f.leafPem), 5,
+         f.leafPem + ": was not issued by " + Pki("ec", "inter.pem")},
         {request(f.inter, Pki("rsa", "chain.pem")), 5,
          Pki("rsa", "chain.pem") + ": holds 2 certificates; exactly one was expected"},
         {signedRequest(f.leafPem, Pki("rsa", "client.pem")), 5, f.leafPem + notKey},
@@ -267,7 +270,9 @@ TEST(BadInputTool, BadCommandLinesAreUsageErrors) {
          64,
          "The following argument was not expected: --frob (see velmor-ocsp --help)"},
         {Respond("--next-update", "soon"), 64,
-         "Could not convert: --next-update = soon (see velmor-ocsp --help)"},
+         "--next-update: Value soon not in range 0 to 36500 (see velmor-ocsp --help)"},
+        {Respond("--next-update", "40000"), 64,
+         "--next-update: Value 40000 not in range 0 to 36500 (see velmor-ocsp --help)"},
         {{"show"}, 64, "FILE is required (see velmor-ocsp --help)"},
     };
     for (const BadInput& c : cases) {
