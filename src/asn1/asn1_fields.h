@@ -31,11 +31,11 @@ template <class F> void readExplicit(BerReader& r, OSUINT32 n, const char* name,
     }
 }
 
-// Reads "[n] EXPLICIT <inner> OPTIONAL": true, after reading it, when the next element has
-// the context tag; false, reading nothing, otherwise.
+// Reads the field name, "[n] EXPLICIT <inner> OPTIONAL": true, after reading it, when the
+// next element has the context tag; false, reading nothing, otherwise.
 template <class F>
 bool readOptionalExplicit(BerReader& r, OSUINT32 n, const char* name, F&& readInner) {
-    if (!r.nextIs(asn1CtxtConsTag(n))) {
+    if (!r.at(name).nextIs(asn1CtxtConsTag(n))) {
         return false;
     }
     readExplicit(r, n, name, std::forward<F>(readInner));

@@ -112,8 +112,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ServiceLocator& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_ServiceLocator& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "ServiceLocator")) {
-        asn1D(seq, v.issuer);
-        v.m.locatorPresent = seq.nextIs(ASN1TAG_SEQUENCE);
+        asn1D(seq.at("issuer"), v.issuer);
+        v.m.locatorPresent = seq.at("locator").nextIs(ASN1TAG_SEQUENCE);
         if (v.m.locatorPresent) {
             asn1D(seq, v.locator);
         }
