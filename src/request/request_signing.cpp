@@ -41,12 +41,13 @@ void CRequestMessage::sign(std::uint64_t provider, unsigned long keySpec,
 }
 
 bool CRequestMessage::verify(const CBlob& signerCertificate) const {
-    return Trace::Guard("CRequestMessage::verify", [&] {
+    static constexpr char kMember[] = "CRequestMessage::verify";
+    return Trace::Guard(kMember, [&] {
         const SignedPart& part = m_data->signedPart;
         if (!part.signature || !part.algorithm) {
             ATL::AtlThrow(E_INVALIDARG);
         }
-        return part.Verify(signerCertificate, [&] { return m_data->EncodeTbsRequest(); });
+        return part.Verify(kMember, signerCertificate, [&] { return m_data->EncodeTbsRequest(); });
     });
 }
 

@@ -20,12 +20,14 @@ void CBasicResponse::sign(std::uint64_t provider, unsigned long keySpec,
 }
 
 bool CBasicResponse::verify(const CBlob& responderCertificate) const {
-    return Trace::Guard("CBasicResponse::verify", [&] {
+    static constexpr char kMember[] = "CBasicResponse::verify";
+    return Trace::Guard(kMember, [&] {
         const SignedPart& part = m_data->signedPart;
         if (!part.signature || !part.algorithm) {
             ATL::AtlThrow(Win32::E_FAIL);
         }
-        return part.Verify(responderCertificate, [&] { return m_data->EncodeTbsResponseData(); });
+        return part.Verify(kMember, responderCertificate,
+                           [&] { return m_data->EncodeTbsResponseData(); });
     });
 }
 

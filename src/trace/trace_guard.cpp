@@ -31,6 +31,13 @@ void ThrowFrom(const char* member, Win32::HRESULT hr) {
     __builtin_unreachable(); // AtlThrow does not return
 }
 
+void ReportOutcome(unsigned level, const char* member, std::string_view text) {
+    std::string line = member;
+    line += ": ";
+    line += text;
+    Write(level, nullptr, nullptr, nullptr, 0, line);
+}
+
 void ThrowDetailed(Win32::HRESULT hr, std::string detail) {
     AttachedDetail& attached = Attached();
     attached.exception = std::make_exception_ptr(ATL::CAtlException(hr));

@@ -20,6 +20,7 @@
 
 #include <pki/ocsp/atl_exception.h>
 #include <string>
+#include <string_view>
 
 namespace Velmor::Trace {
 
@@ -66,6 +67,10 @@ template <class Body> decltype(auto) Guard(const char* member, Body&& body) {
 // member whose only failure is a check of its arguments, which then guards only that throw
 // and leaves its success path as it was.
 [[noreturn, gnu::cold]] void ThrowFrom(const char* member, Win32::HRESULT hr);
+
+// Writes "member: text" at level, when that level shows: an outcome of a public member that
+// is no failure, such as a signature that does not match.
+[[gnu::cold]] void ReportOutcome(unsigned level, const char* member, std::string_view text);
 
 // Throws CAtlException(hr) with detail, which the line of the public member that it leaves
 // ends with (detail starts with its own separator: " at ..." or ": ...").

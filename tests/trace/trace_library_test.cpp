@@ -154,11 +154,42 @@ TEST(TraceFailureLine, NestedMemberFailureIsOneLineOfTheOuterMember) {
               "velmor-ocsp: CDateTime::CDateTime: CRYPT_E_ASN1_INTERNAL (0x80093101)\n");
 }
 
+// ---- Signatures that do not match: level 2
+
+TEST(TraceVerifyLine, MismatchIsWrittenAtLevelTwoOnly) {
+    const std::string response = "'" + DataPath("ocsp/resp-good-rsa.der") + "'";
+    const std::string request = "'" + DataPath("ocsp/req-signed-rsa.der") + "'";
+    const std::string stranger = " '" + DataPath("pki/rsa/leaf.der") + "'";
+
+    const std::string levelTwo = RegistryAtLevel('2');
+    const ChildOutput basic = RunChild(levelTwo, "verify-basic " + response + stranger);
+    EXPECT_EQ(basic.report, "verified false\n");
+    EXPECT_EQ(basic.trace, "velmor-ocsp: CBasicResponse::verify: the signature does not match\n");
+    const ChildOutput signedRequest = RunChild(levelTwo, "verify-request " + request + stranger);
+    EXPECT_EQ(signedRequest.report, "verified false\n");
+    EXPECT_EQ(signedRequest.trace,
+              "velmor-ocsp: CRequestMessage::verify: the signature does not match\n");
+
+    // The signers' own certificates match: nothing to say.
+    const ChildOutput good =
+        RunChild(levelTwo, "verify-basic " + response + " '" + DataPath("pki/rsa/ocsp.der") + "'");
+    EXPECT_EQ(good.report, "verified true\n");
+    EXPECT_EQ(good.trace, "");
+
+    // A mismatch is an outcome, not an error: level 1 does not show it.
+    const ChildOutput levelOne =
+        RunChild(RegistryAtLevel('1'), "verify-basic " + response + stranger);
+    EXPECT_EQ(levelOne.report, "verified false\n");
+    EXPECT_EQ(levelOne.trace, "");
+}
+
 // ---- Switched off
 
 TEST(TraceSwitchedOff, NothingWithoutRegistryAtLevelZeroOrDisabled) {
     const std::string failing =
         "basic '" + WriteTempFile(TwoEntryResponse(FromHex("8300"), kThisUpdate), "bad.der") + "'";
+    const std::string mismatch = "verify-basic '" + DataPath("ocsp/resp-good-rsa.der") + "' '" +
+                                 DataPath("pki/rsa/leaf.der") + "'";
     const std::string registries[] = {
         testing::TempDir() + "velmor-no-such-registry.reg",
         RegistryAtLevel('0'),
@@ -169,6 +200,9 @@ TEST(TraceSwitchedOff, NothingWithoutRegistryAtLevelZeroOrDisabled) {
         const ChildOutput failed = RunChild(registry, failing);
         EXPECT_EQ(failed.report, kDecodeFailed) << registry;
         EXPECT_EQ(failed.trace, "") << registry;
+        const ChildOutput mismatched = RunChild(registry, mismatch);
+        EXPECT_EQ(mismatched.report, "verified false\n") << registry;
+        EXPECT_EQ(mismatched.trace, "") << registry;
     }
 }
 
