@@ -50,11 +50,12 @@ inline void readValue(BerReader& r, ASN1TDynOctStr& value) { r.readOctStr(value)
 // Reads "SEQUENCE OF Elem" under tag into v; with nonEmpty, an empty list is malformed.
 template <class Elem, class List>
 int readSeqOf(BerReader& r, List& v, ASN1TAG tag, const char* name, bool nonEmpty = false) {
+    const std::size_t start = r.offset();
     BerReader seq;
     if (r.enter(tag, seq, name)) {
         readList<Elem>(seq, v);
         if (nonEmpty && seq.ok() && v.count == 0) {
-            seq.fail(RTERR_BADVALUE, "empty list");
+            r.failElement(start, RTERR_BADVALUE, "empty list");
         }
         r.leave(seq);
     }

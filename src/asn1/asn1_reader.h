@@ -141,6 +141,12 @@ class BerReader {
 
     // Records a failure (first one wins) labelled with this reader's name; returns false.
     bool fail(int status, const char* what = nullptr) noexcept;
+    // The same for a value whose element, read from start (offset() before it was read), is
+    // wrong as a whole: the failure is recorded where that element begins.
+    bool failElement(std::size_t start, int status, const char* what) noexcept {
+        pos_ = start - origin_; // nothing reads on after a failure
+        return fail(status, what);
+    }
 
   private:
     struct Gather;

@@ -65,11 +65,12 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_RelativeDistinguishedName& v, ASN1
 }
 
 int asn1D(BerReader& r, ASN1T_RelativeDistinguishedName& v, ASN1TAG tag) {
+    const std::size_t start = r.offset();
     BerReader set;
     if (r.enter(tag, set, "RelativeDistinguishedName")) {
         readList<ASN1T_AttributeTypeAndValue>(set, v);
         if (set.ok() && v.count == 0) {
-            set.fail(RTERR_BADVALUE, "empty SET");
+            r.failElement(start, RTERR_BADVALUE, "empty RelativeDistinguishedName");
         }
         r.leave(set);
     }

@@ -91,6 +91,29 @@ TEST(DecodeFailurePath, UnreadContentsNameTheElementNotItsLastField) {
     EXPECT_EQ(failure.reason, "RTERR_TRAILING: unread contents in SingleResponse");
 }
 
+TEST(DecodeFailurePath, WrongContentsAreReportedWhereTheirElementBegins) {
+    // The INTEGER of crlNum has a redundant leading octet; the time of thisUpdate has a
+    // character no time has. Both are read whole before they are refused.
+    const Bytes crlNum = FromHex("0203 000001");
+    const Bytes crlId = Tlv(0x30, Tlv(0xA1, crlNum));
+    const Failure number = FailureOf<ASN1T_CrlID>(crlId);
+    EXPECT_EQ(number.status, RTERR_BADVALUE);
+    EXPECT_EQ(number.path, "crlNum");
+    EXPECT_EQ(number.offset, crlId.size() - crlNum.size());
+    EXPECT_EQ(number.reason, "RTERR_BADVALUE: INTEGER out of 0 .. 2^32 - 1 in crlNum");
+
+    Bytes badTime = FromHex("180f 32303236303130323033303430355a"); // 20260102030405Z
+    badTime.at(10) = 'X';
+    const Bytes entry = Tlv(0x30, Cat({FromHex("3014 3009 06052b0e03021a 0500 0401aa 0401bb "
+                                               "020101 8000"),
+                                       badTime}));
+    const Failure time = FailureOf<ASN1T_SingleResponse>(entry);
+    EXPECT_EQ(time.status, RTERR_BADVALUE);
+    EXPECT_EQ(time.path, "thisUpdate");
+    EXPECT_EQ(time.offset, entry.size() - badTime.size());
+    EXPECT_EQ(time.reason, "RTERR_BADVALUE: character in a time in SingleResponse");
+}
+
 TEST(DecodeFailurePath, NoPathBeforeTheFirstNamedField) {
     // Cut short inside the outermost SEQUENCE's header: no reader named anything yet.
     const Failure failure = FailureOf<ASN1T_OCSPRequest>(FromHex("3003 0201"));
