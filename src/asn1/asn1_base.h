@@ -174,7 +174,7 @@ class Arena {
 // and the first failure seen. A failure is sticky: once status is negative, readers, writers
 // and Encode()/Decode() keep failing until the owning buffer's init()/reset().
 struct ASN1CTXT {
-    explicit ASN1CTXT(std::size_t arenaCap) noexcept : arena(arenaCap) {}
+    explicit ASN1CTXT(std::size_t arenaCap) noexcept : arena(arenaCap) { errPath[0] = '\0'; }
     ASN1CTXT(const ASN1CTXT&) = delete;
     ASN1CTXT& operator=(const ASN1CTXT&) = delete;
 
@@ -185,11 +185,16 @@ struct ASN1CTXT {
     std::size_t decLen = 0;
     std::size_t decPos = 0;
 
-    // First failure: its status, the input offset where it was seen (decoding) and a short
-    // text naming the element ("INTEGER in CertID at offset 17").
+    // First failure: its status, the input offset where it was seen (decoding), a short
+    // text naming the element ("RTERR_IDNOTFOU: INTEGER in CertID, unexpected tag 0x04 at
+    // offset 17") whose first errReasonLen characters leave the offset out, and the path of
+    // the fields being read when a decoder failed ("tbsRequest.requestList[0].reqCert"; ""
+    // when none was named). errPath is written only on failure, so it is not zero-filled.
     int status = ASN_OK;
     std::size_t errOffset = 0;
+    std::size_t errReasonLen = 0;
     char errText[112] = {};
+    char errPath[128];
 
     // Nesting of ASN1CType::Encode/Decode calls; only the outermost checks for trailing bytes.
     unsigned ctypeDepth = 0;
@@ -267,6 +272,9 @@ int rtCopyList(ASN1CTXT* ctxt, const OSRTDList& from, OSRTDList& to, F&& copyEle
 const char* rtErrText(int status) noexcept;
 // The context's failure text ("" when it has not failed).
 const char* rtErrDetail(const ASN1CTXT* ctxt) noexcept;
+// True when the context's failure was seen at an input offset (errOffset): a reader's
+// failure while decoding. An encode's failure and a refused allocation have none.
+bool rtErrHasOffset(const ASN1CTXT* ctxt) noexcept;
 // Records a failure in ctxt unless one is recorded already; returns status unchanged.
 // what names the element (may be null); offset is where in the input it was seen.
 int rtErrSet(ASN1CTXT* ctxt, int status, const char* what, std::size_t offset) noexcept;

@@ -2,6 +2,7 @@
 #include "asn1/asn1_base.h"
 #include "asn1/asn1_detail.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -119,8 +120,8 @@ void* Arena::allocate(std::size_t size) noexcept {
 
 // ---- Diagnostics
 
-int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within,
-             std::size_t offset) noexcept {
+int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within, std::size_t offset,
+             int found) noexcept {
     if (ctxt == nullptr || status >= 0 || ctxt->status != ASN_OK) {
         return status;
     }
@@ -139,6 +140,11 @@ int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within,
     if (within != nullptr) {
         append(" in %s", within);
     }
+    if (found != kNoTag) {
+        append(", unexpected tag 0x%02X", static_cast<unsigned>(found));
+    }
+    ctxt->errReasonLen =
+        n < 0 ? 0 : std::min(static_cast<std::size_t>(n), sizeof ctxt->errText - 1);
     if (offset != kNoOffset) {
         append(" at offset %zu", offset);
     }
@@ -179,6 +185,10 @@ const char* rtErrText(int status) noexcept {
 
 const char* rtErrDetail(const ASN1CTXT* ctxt) noexcept {
     return ctxt == nullptr || ctxt->status == ASN_OK ? "" : ctxt->errText;
+}
+
+bool rtErrHasOffset(const ASN1CTXT* ctxt) noexcept {
+    return ctxt != nullptr && ctxt->status != ASN_OK && ctxt->errOffset != kNoOffset;
 }
 
 int rtErrSet(ASN1CTXT* ctxt, int status, const char* what, std::size_t offset) noexcept {

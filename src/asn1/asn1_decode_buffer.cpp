@@ -40,6 +40,8 @@ int ASN1BERDecodeBuffer::init() noexcept {
     ctxt_.status = ASN_OK;
     ctxt_.errOffset = 0;
     ctxt_.errText[0] = '\0';
+    ctxt_.errReasonLen = 0;
+    ctxt_.errPath[0] = '\0';
     ctxt_.ctypeDepth = 0;
     return ASN_OK;
 }

@@ -12,9 +12,14 @@ namespace Velmor::Asn1Rt {
 // Offset value that makes a diagnostic omit "at offset N" (encoding has no input offset).
 constexpr std::size_t kNoOffset = SIZE_MAX;
 
-// Records the first failure of ctxt as "NAME: what in within at offset N"; returns status.
-int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within,
-             std::size_t offset) noexcept;
+// found value of setError when no unexpected element is to be named.
+constexpr int kNoTag = -1;
+
+// Records the first failure of ctxt as "NAME: what in within, unexpected tag 0xNN at offset N"
+// (the tag when found names the identifier octet met instead of the expected element);
+// returns status. errReasonLen marks where " at offset N" starts.
+int setError(ASN1CTXT* ctxt, int status, const char* what, const char* within, std::size_t offset,
+             int found = kNoTag) noexcept;
 
 // True for valid OBJECT IDENTIFIER contents: non-empty, every subidentifier minimal (no
 // leading 0x80 octet), the last octet without its continuation bit.

@@ -31,11 +31,11 @@ template <class F> void readExplicit(BerReader& r, OSUINT32 n, const char* name,
     }
 }
 
-// Reads "[n] EXPLICIT <inner> OPTIONAL": true, after reading it, when the next element has
-// the context tag; false, reading nothing, otherwise.
+// Reads the field name, "[n] EXPLICIT <inner> OPTIONAL": true, after reading it, when the
+// next element has the context tag; false, reading nothing, otherwise.
 template <class F>
 bool readOptionalExplicit(BerReader& r, OSUINT32 n, const char* name, F&& readInner) {
-    if (!r.nextIs(asn1CtxtConsTag(n))) {
+    if (!r.at(name).nextIs(asn1CtxtConsTag(n))) {
         return false;
     }
     readExplicit(r, n, name, std::forward<F>(readInner));
@@ -50,11 +50,12 @@ inline void readValue(BerReader& r, ASN1TDynOctStr& value) { r.readOctStr(value)
 // Reads "SEQUENCE OF Elem" under tag into v; with nonEmpty, an empty list is malformed.
 template <class Elem, class List>
 int readSeqOf(BerReader& r, List& v, ASN1TAG tag, const char* name, bool nonEmpty = false) {
+    const std::size_t start = r.offset();
     BerReader seq;
     if (r.enter(tag, seq, name)) {
         readList<Elem>(seq, v);
         if (nonEmpty && seq.ok() && v.count == 0) {
-            seq.fail(RTERR_BADVALUE, "empty list");
+            r.failElement(start, RTERR_BADVALUE, "empty list");
         }
         r.leave(seq);
     }

@@ -4,6 +4,8 @@
 #include "asn1/asn1_reader.h"
 #include "asn1/asn1_detail.h"
 
+#include <cstdio>
+
 namespace Velmor::Asn1Rt {
 
 BerReader::BerReader(ASN1CTXT* ctxt, const ASN1OCTET* data, std::size_t size,
@@ -11,8 +13,44 @@ BerReader::BerReader(ASN1CTXT* ctxt, const ASN1OCTET* data, std::size_t size,
     : ctxt_(ctxt), data_(data), size_(data == nullptr ? 0 : size), origin_(origin) {}
 
 bool BerReader::fail(int status, const char* what) noexcept {
-    setError(ctxt_, status, what, name_, offset());
+    if (ctxt_ == nullptr || ctxt_->status != ASN_OK || status >= 0) {
+        return false; // the first failure is kept
+    }
+    describePath(ctxt_->errPath, sizeof ctxt_->errPath);
+    // An element that is not the one expected: its identifier octet says what came instead.
+    const int found = status == RTERR_IDNOTFOU && !atEnd() ? data_[pos_] : kNoTag;
+    setError(ctxt_, status, what, name_, offset(), found);
     return false;
+}
+
+void BerReader::describePath(char* out, std::size_t size) const noexcept {
+    if (size == 0) {
+        return;
+    }
+    // The chain of readers, innermost first; an entered reader is never deeper than
+    // kMaxDepth, so the array holds every reader of one decode.
+    const BerReader* chain[kMaxDepth + 1];
+    std::size_t count = 0;
+    for (const BerReader* r = this; r != nullptr && count < kMaxDepth + 1; r = r->parent_) {
+        chain[count++] = r;
+    }
+    std::size_t used = 0;
+    out[0] = '\0';
+    auto append = [&](const char* format, auto value) {
+        if (used < size) {
+            const int n = std::snprintf(out + used, size - used, format, value);
+            used = n < 0 ? size : used + static_cast<std::size_t>(n);
+        }
+    };
+    while (count-- > 0) {
+        const BerReader& r = *chain[count];
+        if (r.item_ != kNoItem) {
+            append("[%zu]", r.item_);
+        }
+        if (r.field_ != nullptr) {
+            append(used == 0 ? "%s" : ".%s", r.field_);
+        }
+    }
 }
 
 // Fails for an element that runs past this reader's octets: the input was cut short when
@@ -222,6 +260,7 @@ bool BerReader::enterGeneral(ASN1TAG tag, BerReader& child, const char* name) no
     child = BerReader();
     child.ctxt_ = ctxt_;
     child.name_ = name != nullptr ? name : name_;
+    child.parent_ = this;
     ElementHeader h;
     if (!nextElement(tag, false, h, name != nullptr ? name : "constructed element")) {
         return false;
@@ -254,6 +293,9 @@ bool BerReader::leaveGeneral(BerReader& child) noexcept {
     if (child.ctxt_ != ctxt_ || child.depth_ != depth_ + 1) {
         return fail(RTERR_INVPARAM, "leave without enter");
     }
+    // What is wrong now is the child's element as a whole, not the field it read last.
+    child.field_ = nullptr;
+    child.item_ = kNoItem;
     if (!child.indefinite_) {
         if (child.origin_ + child.size_ != offset()) {
             return fail(RTERR_INVPARAM, "reader used while a child was open");

@@ -4,10 +4,15 @@
 //
 //     BerReader seq;
 //     r.enter(tag, seq, "AlgorithmIdentifier");   // SEQUENCE {
-//     seq.readOid(v.algorithm);                   //   algorithm  OBJECT IDENTIFIER,
-//     if (seq.more()) { ... }                     //   parameters ANY OPTIONAL
+//     seq.at("algorithm").readOid(v.algorithm);   //   algorithm  OBJECT IDENTIFIER,
+//     if (seq.at("parameters").more()) { ... }    //   parameters ANY OPTIONAL
 //     r.leave(seq);                               // }
 //     return r.status();
+//
+// at() names the field about to be read. A child reader knows its parent, and a reader over a
+// SEQUENCE OF knows the index of the item it reads, so the first failure also records the
+// element's path from the outermost value, such as "tbsResponseData.responses[1].certStatus"
+// (see describePath). Naming costs one store per field; the path is written only on failure.
 //
 // Failure is sticky and shared: the status lives in the ASN1CTXT that every reader of one
 // decode shares, so once any reader failed, every reader of that decode fails at once and
@@ -48,6 +53,19 @@ class BerReader {
     std::size_t offset() const noexcept { return origin_ + pos_; }
     // Depth of the element whose contents this reader covers (0 for a whole input).
     unsigned depth() const noexcept { return depth_; }
+
+    // Names the field of this reader's contents that is read next (a string that outlives
+    // the decode); failures until the next at() name it in their path.
+    BerReader& at(const char* field) noexcept {
+        field_ = field;
+        return *this;
+    }
+    // Marks the item of a SEQUENCE OF or SET OF that is read next (from 0).
+    void atItem(std::size_t index) noexcept { item_ = index; }
+    // Writes the path of what this reader reads now into out (size octets, NUL-terminated,
+    // cut short when it does not fit): its ancestors' fields and items from the outermost
+    // reader down, as "responses[1].certStatus". Empty when nothing was named.
+    void describePath(char* out, std::size_t size) const noexcept;
 
     // True when another element follows before this reader's end (the end of its octets,
     // or the end-of-contents octets of an indefinite length). False after a failure.
@@ -123,6 +141,12 @@ class BerReader {
 
     // Records a failure (first one wins) labelled with this reader's name; returns false.
     bool fail(int status, const char* what = nullptr) noexcept;
+    // The same for a value whose element, read from start (offset() before it was read), is
+    // wrong as a whole: the failure is recorded where that element begins.
+    bool failElement(std::size_t start, int status, const char* what) noexcept {
+        pos_ = start - origin_; // nothing reads on after a failure
+        return fail(status, what);
+    }
 
   private:
     struct Gather;
@@ -153,6 +177,9 @@ class BerReader {
         pos_ = 0;
         origin_ = parent.origin_ + start;
         name_ = name != nullptr ? name : parent.name_;
+        parent_ = &parent;
+        field_ = nullptr;
+        item_ = kNoItem;
         depth_ = parent.depth_ + 1;
         indefinite_ = false;
         inputBound_ = false;
@@ -191,12 +218,17 @@ class BerReader {
     bool takePrimitiveGeneral(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
                               std::size_t& size) noexcept;
 
+    static constexpr std::size_t kNoItem = SIZE_MAX;
+
     ASN1CTXT* ctxt_ = nullptr;
     const ASN1OCTET* data_ = nullptr;
     std::size_t size_ = 0;   // octets this reader may look at
     std::size_t pos_ = 0;    // next unread octet, relative to data_
     std::size_t origin_ = 0; // input offset of data_[0]
     const char* name_ = nullptr;
+    const BerReader* parent_ = nullptr; // the reader this one was entered from
+    const char* field_ = nullptr;       // the field read now (at())
+    std::size_t item_ = kNoItem;        // the SEQUENCE OF item read now (atItem())
     unsigned depth_ = 0;
     bool indefinite_ = false; // contents end at end-of-contents octets, not at size_
     bool inputBound_ = true;  // size_ is the end of the input (overrun = truncation)
@@ -206,7 +238,8 @@ class BerReader {
 // fresh T in the arena, appended to list. decodeElem(BerReader&, T&) returns int or bool.
 // Stops at the first failure; returns r.status().
 template <class T, class F> int readList(BerReader& r, OSRTDList& list, F&& decodeElem) {
-    while (r.more()) {
+    for (std::size_t index = 0; r.more(); ++index) {
+        r.atItem(index);
         T* elem = rtMemNew<T>(r.ctxt());
         if (elem == nullptr) {
             return r.fail(RTERR_NOMEM, "SEQUENCE OF element"), r.status();

@@ -48,13 +48,14 @@ bool BerReader::readPrimitive(ASN1TAG tag, const ASN1OCTET*& data, std::size_t& 
 }
 
 bool BerReader::readBool(OSBOOL& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, "BOOLEAN", p, n)) {
         return false;
     }
     if (n != 1) {
-        return fail(RTERR_BADVALUE, "BOOLEAN length");
+        return failElement(start, RTERR_BADVALUE, "BOOLEAN length");
     }
     value = p[0] != 0;
     return true;
@@ -62,13 +63,14 @@ bool BerReader::readBool(OSBOOL& value, ASN1TAG tag) noexcept {
 
 // INTEGER or ENUMERATED contents into 32 bits: non-empty, minimal, at most 4 octets.
 bool BerReader::readSmallInt(OSINT32& value, ASN1TAG tag, const char* what) noexcept {
+    const std::size_t start = offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, what, p, n)) {
         return false;
     }
     if (n == 0 || n > 4 || redundantLeadingOctet(p, n)) {
-        return fail(RTERR_BADVALUE, what);
+        return failElement(start, RTERR_BADVALUE, what);
     }
     std::uint32_t v = (p[0] & 0x80) != 0 ? 0xFFFFFFFFu : 0u;
     for (std::size_t i = 0; i < n; ++i) {
@@ -87,16 +89,17 @@ bool BerReader::readEnum(OSINT32& value, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readBigInt(ASN1TDynBigInt& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, "INTEGER", p, n)) {
         return false;
     }
     if (n == 0) {
-        return fail(RTERR_BADVALUE, "empty INTEGER");
+        return failElement(start, RTERR_BADVALUE, "empty INTEGER");
     }
     if (n > UINT32_MAX) {
-        return fail(RTERR_INVLEN, "INTEGER too large");
+        return failElement(start, RTERR_INVLEN, "INTEGER too large");
     }
     value.numocts = static_cast<OSUINT32>(n);
     value.data = p;
@@ -104,25 +107,27 @@ bool BerReader::readBigInt(ASN1TDynBigInt& value, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readNull(ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, "NULL", p, n)) {
         return false;
     }
-    return n == 0 || fail(RTERR_BADVALUE, "NULL length");
+    return n == 0 || failElement(start, RTERR_BADVALUE, "NULL length");
 }
 
 bool BerReader::readOid(ASN1OBJID& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!takePrimitive(tag, "OBJECT IDENTIFIER", p, n)) {
         return false;
     }
     if (!oidContentsValid(p, n)) {
-        return fail(RTERR_BADVALUE, "OBJECT IDENTIFIER");
+        return failElement(start, RTERR_BADVALUE, "OBJECT IDENTIFIER");
     }
     if (n > UINT32_MAX) {
-        return fail(RTERR_INVLEN, "OBJECT IDENTIFIER");
+        return failElement(start, RTERR_INVLEN, "OBJECT IDENTIFIER");
     }
     value.numocts = static_cast<OSUINT32>(n);
     value.data = p;
@@ -148,6 +153,7 @@ bool BerReader::gather(Gather& g) noexcept {
             }
             continue;
         }
+        const std::size_t start = offset();
         const ASN1OCTET* p = nullptr;
         std::size_t n = 0;
         if (!takePrimitive(h.tag, "string segment", p, n)) {
@@ -155,10 +161,11 @@ bool BerReader::gather(Gather& g) noexcept {
         }
         if (g.bits) {
             if (n == 0 || p[0] > 7 || (n == 1 && p[0] != 0)) {
-                return fail(RTERR_BADVALUE, "BIT STRING segment");
+                return failElement(start, RTERR_BADVALUE, "BIT STRING segment");
             }
             if (g.lastUnused > 0) {
-                return fail(RTERR_BADVALUE, "unused bits in a BIT STRING segment before the last");
+                return failElement(start, RTERR_BADVALUE,
+                                   "unused bits in a BIT STRING segment before the last");
             }
             g.lastUnused = p[0];
             ++p;
@@ -184,11 +191,11 @@ bool BerReader::readConstructed(Gather& g, ASN1TAG tag) noexcept {
         return false;
     }
     if (g.len > UINT32_MAX) {
-        return fail(RTERR_INVLEN, "string too long");
+        return failElement(saved.offset(), RTERR_INVLEN, "string too long");
     }
     g.out = static_cast<ASN1OCTET*>(rtMemHeapAlloc(ctxt_, g.len));
     if (g.out == nullptr) {
-        return fail(RTERR_NOMEM, "constructed string");
+        return failElement(saved.offset(), RTERR_NOMEM, "constructed string");
     }
     g.cap = g.len;
     g.len = 0;
@@ -228,6 +235,7 @@ bool BerReader::readOctStr(ASN1TDynOctStr& value, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readBitStr(ASN1TDynBitStr& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     ElementHeader h;
     if (!nextElement(tag, true, h, "BIT STRING")) {
         return false;
@@ -246,14 +254,14 @@ bool BerReader::readBitStr(ASN1TDynBitStr& value, ASN1TAG tag) noexcept {
             return false;
         }
         if (n == 0 || p[0] > 7 || (n == 1 && p[0] != 0)) {
-            return fail(RTERR_BADVALUE, "BIT STRING unused bits");
+            return failElement(start, RTERR_BADVALUE, "BIT STRING unused bits");
         }
         g.lastUnused = p[0];
         g.len = n - 1;
         bytes = n > 1 ? p + 1 : nullptr;
     }
     if (g.len > (UINT32_MAX >> 3)) {
-        return fail(RTERR_INVLEN, "BIT STRING too long");
+        return failElement(start, RTERR_INVLEN, "BIT STRING too long");
     }
     value.numbits = static_cast<OSUINT32>(g.len * 8 - (g.lastUnused > 0 ? g.lastUnused : 0));
     value.data = g.len == 0 ? nullptr : bytes;
@@ -285,22 +293,24 @@ bool BerReader::readString(ASN1TDynOctStr& value, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readString(const char*& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     ASN1TDynOctStr raw;
     if (!readStringBytes(tag, raw)) {
         return false;
     }
     if (raw.numocts != 0 && std::memchr(raw.data, 0, raw.numocts) != nullptr) {
-        return fail(RTERR_BADVALUE, "NUL in character string");
+        return failElement(start, RTERR_BADVALUE, "NUL in character string");
     }
     char* text = rtMemStrNDup(ctxt_, raw.data, raw.numocts);
     if (text == nullptr) {
-        return fail(RTERR_NOMEM, "character string");
+        return failElement(start, RTERR_NOMEM, "character string");
     }
     value = text;
     return true;
 }
 
 bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
+    const std::size_t start = offset();
     const char* text = nullptr;
     if (!readString(text, tag)) {
         return false;
@@ -309,7 +319,7 @@ bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
         const bool timeCharacter = (*c >= '0' && *c <= '9') || *c == '.' || *c == ',' ||
                                    *c == '+' || *c == '-' || *c == 'Z';
         if (!timeCharacter) {
-            return fail(RTERR_BADVALUE, "character in a time");
+            return failElement(start, RTERR_BADVALUE, "character in a time");
         }
     }
     value = text;

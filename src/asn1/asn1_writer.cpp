@@ -65,6 +65,8 @@ void ASN1BEREncodeBuffer::reset() noexcept {
     ctxt_.status = ASN_OK;
     ctxt_.errOffset = 0;
     ctxt_.errText[0] = '\0';
+    ctxt_.errReasonLen = 0;
+    ctxt_.errPath[0] = '\0';
     ctxt_.ctypeDepth = 0;
 }
 

@@ -61,7 +61,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_RevokedInfo& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_RevokedInfo& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "RevokedInfo")) {
-        seq.readTime(v.revocationTime, ASN1TAG_GENERALIZEDTIME);
+        seq.at("revocationTime").readTime(v.revocationTime, ASN1TAG_GENERALIZEDTIME);
         v.m.revocationReasonPresent = readOptionalExplicit(
             seq, 0, "revocationReason", [&](BerReader& in) { in.readEnum(v.revocationReason); });
         r.leave(seq);
@@ -138,9 +138,9 @@ int asn1D(BerReader& r, ASN1T_SingleResponse& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "SingleResponse")) {
         return r.status();
     }
-    asn1D(seq, v.certID);
-    asn1D(seq, v.certStatus);
-    seq.readTime(v.thisUpdate, ASN1TAG_GENERALIZEDTIME);
+    asn1D(seq.at("certID"), v.certID);
+    asn1D(seq.at("certStatus"), v.certStatus);
+    seq.at("thisUpdate").readTime(v.thisUpdate, ASN1TAG_GENERALIZEDTIME);
     v.m.nextUpdatePresent = readOptionalExplicit(seq, 0, "nextUpdate", [&](BerReader& in) {
         in.readTime(v.nextUpdate, ASN1TAG_GENERALIZEDTIME);
     });
@@ -206,9 +206,9 @@ int asn1D(BerReader& r, ASN1T_ResponseData& v, ASN1TAG tag) {
     }
     v.m.versionPresent =
         readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
-    asn1D(seq, v.responderID);
-    seq.readTime(v.producedAt, ASN1TAG_GENERALIZEDTIME);
-    asn1D(seq, v.responses);
+    asn1D(seq.at("responderID"), v.responderID);
+    seq.at("producedAt").readTime(v.producedAt, ASN1TAG_GENERALIZEDTIME);
+    asn1D(seq.at("responses"), v.responses);
     v.m.responseExtensionsPresent = readOptionalExplicit(
         seq, 1, "responseExtensions", [&](BerReader& in) { asn1D(in, v.responseExtensions); });
     r.leave(seq);
@@ -245,9 +245,9 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_BasicOCSPResponse& v, ASN1TAG tag)
 int asn1D(BerReader& r, ASN1T_BasicOCSPResponse& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "BasicOCSPResponse")) {
-        asn1D(seq, v.tbsResponseData);
-        asn1D(seq, v.signatureAlgorithm);
-        seq.readBitStr(v.signature);
+        asn1D(seq.at("tbsResponseData"), v.tbsResponseData);
+        asn1D(seq.at("signatureAlgorithm"), v.signatureAlgorithm);
+        seq.at("signature").readBitStr(v.signature);
         v.m.certsPresent =
             readOptionalExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
         r.leave(seq);

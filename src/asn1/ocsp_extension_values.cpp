@@ -9,6 +9,7 @@ namespace {
 
 // Reads an INTEGER that must be minimal and lie in 0 .. 2^32 - 1.
 void readUnsigned(BerReader& r, OSUINT32& value) {
+    const std::size_t start = r.offset();
     const ASN1OCTET* p = nullptr;
     std::size_t n = 0;
     if (!r.readPrimitive(ASN1TAG_INTEGER, p, n)) {
@@ -17,7 +18,7 @@ void readUnsigned(BerReader& r, OSUINT32& value) {
     const bool redundant = n > 1 && p[0] == 0x00 && (p[1] & 0x80) == 0;
     const bool fits = n >= 1 && (n <= 4 || (n == 5 && p[0] == 0x00));
     if (!fits || redundant || (p[0] & 0x80) != 0) {
-        r.fail(RTERR_BADVALUE, "INTEGER out of 0 .. 2^32 - 1");
+        r.failElement(start, RTERR_BADVALUE, "INTEGER out of 0 .. 2^32 - 1");
         return;
     }
     OSUINT32 v = 0;
@@ -112,8 +113,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ServiceLocator& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_ServiceLocator& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "ServiceLocator")) {
-        asn1D(seq, v.issuer);
-        v.m.locatorPresent = seq.nextIs(ASN1TAG_SEQUENCE);
+        asn1D(seq.at("issuer"), v.issuer);
+        v.m.locatorPresent = seq.at("locator").nextIs(ASN1TAG_SEQUENCE);
         if (v.m.locatorPresent) {
             asn1D(seq, v.locator);
         }

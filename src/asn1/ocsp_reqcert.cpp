@@ -16,10 +16,10 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CertID& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_CertID& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "CertID")) {
-        asn1D(seq, v.hashAlgorithm);
-        seq.readOctStr(v.issuerNameHash);
-        seq.readOctStr(v.issuerKeyHash);
-        seq.readBigInt(v.serialNumber);
+        asn1D(seq.at("hashAlgorithm"), v.hashAlgorithm);
+        seq.at("issuerNameHash").readOctStr(v.issuerNameHash);
+        seq.at("issuerKeyHash").readOctStr(v.issuerKeyHash);
+        seq.at("serialNumber").readBigInt(v.serialNumber);
         r.leave(seq);
     }
     return r.status();
@@ -49,11 +49,11 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_CertIdWithSignature& v, ASN1TAG ta
 int asn1D(BerReader& r, ASN1T_CertIdWithSignature& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "CertIdWithSignature")) {
-        asn1D(seq, v.issuer);
-        seq.readBigInt(v.serialNumber);
-        seq.readBitStr(v.tbsCertificateHash);
-        asn1D(seq, v.signatureAlgorithm);
-        seq.readBitStr(v.signatureValue);
+        asn1D(seq.at("issuer"), v.issuer);
+        seq.at("serialNumber").readBigInt(v.serialNumber);
+        seq.at("tbsCertificateHash").readBitStr(v.tbsCertificateHash);
+        asn1D(seq.at("signatureAlgorithm"), v.signatureAlgorithm);
+        seq.at("signatureValue").readBitStr(v.signatureValue);
         r.leave(seq);
     }
     return r.status();

@@ -16,7 +16,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Request& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_Request& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Request")) {
-        asn1D(seq, v.reqCert);
+        asn1D(seq.at("reqCert"), v.reqCert);
         v.m.singleRequestExtensionsPresent =
             readOptionalExplicit(seq, 0, "singleRequestExtensions",
                                  [&](BerReader& in) { asn1D(in, v.singleRequestExtensions); });
@@ -74,7 +74,7 @@ int asn1D(BerReader& r, ASN1T_TBSRequest& v, ASN1TAG tag) {
         readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
     v.m.requestorNamePresent = readOptionalExplicit(
         seq, 1, "requestorName", [&](BerReader& in) { asn1D(in, v.requestorName); });
-    asn1D(seq, v.requestList);
+    asn1D(seq.at("requestList"), v.requestList);
     v.m.requestExtensionsPresent = readOptionalExplicit(
         seq, 2, "requestExtensions", [&](BerReader& in) { asn1D(in, v.requestExtensions); });
     r.leave(seq);
@@ -106,8 +106,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Signature& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_Signature& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Signature")) {
-        asn1D(seq, v.signatureAlgorithm);
-        seq.readBitStr(v.signature);
+        asn1D(seq.at("signatureAlgorithm"), v.signatureAlgorithm);
+        seq.at("signature").readBitStr(v.signature);
         v.m.certsPresent =
             readOptionalExplicit(seq, 0, "certs", [&](BerReader& in) { asn1D(in, v.certs); });
         r.leave(seq);
@@ -136,7 +136,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_OCSPRequest& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_OCSPRequest& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "OCSPRequest")) {
-        asn1D(seq, v.tbsRequest);
+        asn1D(seq.at("tbsRequest"), v.tbsRequest);
         v.m.optionalSignaturePresent = readOptionalExplicit(
             seq, 0, "optionalSignature", [&](BerReader& in) { asn1D(in, v.optionalSignature); });
         r.leave(seq);

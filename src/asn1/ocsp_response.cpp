@@ -13,8 +13,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ResponseBytes& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_ResponseBytes& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "ResponseBytes")) {
-        seq.readOid(v.responseType);
-        seq.readOctStr(v.response);
+        seq.at("responseType").readOid(v.responseType);
+        seq.at("response").readOctStr(v.response);
         r.leave(seq);
     }
     return r.status();
@@ -38,7 +38,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_OCSPResponse& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_OCSPResponse& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "OCSPResponse")) {
-        seq.readEnum(v.responseStatus);
+        seq.at("responseStatus").readEnum(v.responseStatus);
         v.m.responseBytesPresent = readOptionalExplicit(
             seq, 0, "responseBytes", [&](BerReader& in) { asn1D(in, v.responseBytes); });
         r.leave(seq);

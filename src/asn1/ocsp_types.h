@@ -305,11 +305,11 @@ template <class T, class F> void readAlternative(BerReader& r, T*& alternative, 
 }
 
 // Reads "[n] EXPLICIT T" into a CHOICE alternative held by pointer, allocated as above and
-// read with readValue.
+// read with readValue. The alternative's name goes into the path of a failure inside it.
 template <class T>
 void readExplicitAlternative(BerReader& r, OSUINT32 n, const char* name, T*& alternative) {
     readAlternative(r, alternative, [&](BerReader& rr, T& value) {
-        readExplicit(rr, n, name, [&](BerReader& in) { readValue(in, value); });
+        readExplicit(rr, n, name, [&](BerReader& in) { readValue(in.at(name), value); });
     });
 }
 

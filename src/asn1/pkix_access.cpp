@@ -20,12 +20,13 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_DistributionPointName& v, ASN1TAG 
 }
 
 int asn1D(BerReader& r, ASN1T_DistributionPointName& v, ASN1TAG /*tag*/) {
+    // Read inside distributionPoint's [0] EXPLICIT: the alternative names the path's last step.
     if (r.nextIs(asn1CtxtConsTag(0))) {
         v.t = T_DistributionPointName_fullName;
-        asn1D(r, v.fullName, asn1CtxtConsTag(0));
+        asn1D(r.at("fullName"), v.fullName, asn1CtxtConsTag(0));
     } else {
         v.t = T_DistributionPointName_nameRelativeToCRLIssuer;
-        asn1D(r, v.nameRelativeToCRLIssuer, asn1CtxtConsTag(1));
+        asn1D(r.at("nameRelativeToCRLIssuer"), v.nameRelativeToCRLIssuer, asn1CtxtConsTag(1));
     }
     return r.status();
 }
@@ -59,11 +60,11 @@ int asn1D(BerReader& r, ASN1T_DistributionPoint& v, ASN1TAG tag) {
     }
     v.m.distributionPointPresent = readOptionalExplicit(
         seq, 0, "distributionPoint", [&](BerReader& in) { asn1D(in, v.distributionPoint); });
-    v.m.reasonsPresent = seq.nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
+    v.m.reasonsPresent = seq.at("reasons").nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
     if (v.m.reasonsPresent) {
         seq.readBitStr(v.reasons, asn1CtxtTag(1));
     }
-    v.m.cRLIssuerPresent = seq.nextIs(asn1CtxtConsTag(2));
+    v.m.cRLIssuerPresent = seq.at("cRLIssuer").nextIs(asn1CtxtConsTag(2));
     if (v.m.cRLIssuerPresent) {
         asn1D(seq, v.cRLIssuer, asn1CtxtConsTag(2));
     }
@@ -106,8 +107,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AccessDescription& v, ASN1TAG tag)
 int asn1D(BerReader& r, ASN1T_AccessDescription& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "AccessDescription")) {
-        seq.readOid(v.accessMethod);
-        asn1D(seq, v.accessLocation);
+        seq.at("accessMethod").readOid(v.accessMethod);
+        asn1D(seq.at("accessLocation"), v.accessLocation);
         r.leave(seq);
     }
     return r.status();

@@ -22,9 +22,9 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_IssuerSerial& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_IssuerSerial& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "IssuerSerial")) {
-        asn1D(seq, v.issuer);
-        seq.readBigInt(v.serial);
-        v.m.issuerUIDPresent = NextIsBitString(seq, ASN1TAG_BITSTRING);
+        asn1D(seq.at("issuer"), v.issuer);
+        seq.at("serial").readBigInt(v.serial);
+        v.m.issuerUIDPresent = NextIsBitString(seq.at("issuerUID"), ASN1TAG_BITSTRING);
         if (v.m.issuerUIDPresent) {
             seq.readBitStr(v.issuerUID);
         }
@@ -55,13 +55,13 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_ObjectDigestInfo& v, ASN1TAG tag) 
 int asn1D(BerReader& r, ASN1T_ObjectDigestInfo& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "ObjectDigestInfo")) {
-        seq.readEnum(v.digestedObjectType);
-        v.m.otherObjectTypeIDPresent = seq.nextIs(ASN1TAG_OBJID);
+        seq.at("digestedObjectType").readEnum(v.digestedObjectType);
+        v.m.otherObjectTypeIDPresent = seq.at("otherObjectTypeID").nextIs(ASN1TAG_OBJID);
         if (v.m.otherObjectTypeIDPresent) {
             seq.readOid(v.otherObjectTypeID);
         }
-        asn1D(seq, v.digestAlgorithm);
-        seq.readBitStr(v.objectDigest);
+        asn1D(seq.at("digestAlgorithm"), v.digestAlgorithm);
+        seq.at("objectDigest").readBitStr(v.objectDigest);
         r.leave(seq);
     }
     return r.status();
@@ -95,15 +95,15 @@ int asn1D(BerReader& r, ASN1T_Holder& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "Holder")) {
         return r.status();
     }
-    v.m.baseCertificateIDPresent = seq.nextIs(asn1CtxtConsTag(0));
+    v.m.baseCertificateIDPresent = seq.at("baseCertificateID").nextIs(asn1CtxtConsTag(0));
     if (v.m.baseCertificateIDPresent) {
         asn1D(seq, v.baseCertificateID, asn1CtxtConsTag(0));
     }
-    v.m.entityNamePresent = seq.nextIs(asn1CtxtConsTag(1));
+    v.m.entityNamePresent = seq.at("entityName").nextIs(asn1CtxtConsTag(1));
     if (v.m.entityNamePresent) {
         asn1D(seq, v.entityName, asn1CtxtConsTag(1));
     }
-    v.m.objectDigestInfoPresent = seq.nextIs(asn1CtxtConsTag(2));
+    v.m.objectDigestInfoPresent = seq.at("objectDigestInfo").nextIs(asn1CtxtConsTag(2));
     if (v.m.objectDigestInfoPresent) {
         asn1D(seq, v.objectDigestInfo, asn1CtxtConsTag(2));
     }
@@ -137,15 +137,15 @@ int asn1D(BerReader& r, ASN1T_V2Form& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "V2Form")) {
         return r.status();
     }
-    v.m.issuerNamePresent = seq.nextIs(ASN1TAG_SEQUENCE);
+    v.m.issuerNamePresent = seq.at("issuerName").nextIs(ASN1TAG_SEQUENCE);
     if (v.m.issuerNamePresent) {
         asn1D(seq, v.issuerName);
     }
-    v.m.baseCertificateIDPresent = seq.nextIs(asn1CtxtConsTag(0));
+    v.m.baseCertificateIDPresent = seq.at("baseCertificateID").nextIs(asn1CtxtConsTag(0));
     if (v.m.baseCertificateIDPresent) {
         asn1D(seq, v.baseCertificateID, asn1CtxtConsTag(0));
     }
-    v.m.objectDigestInfoPresent = seq.nextIs(asn1CtxtConsTag(1));
+    v.m.objectDigestInfoPresent = seq.at("objectDigestInfo").nextIs(asn1CtxtConsTag(1));
     if (v.m.objectDigestInfoPresent) {
         asn1D(seq, v.objectDigestInfo, asn1CtxtConsTag(1));
     }
@@ -205,8 +205,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttCertValidityPeriod& v, ASN1TAG 
 int asn1D(BerReader& r, ASN1T_AttCertValidityPeriod& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "AttCertValidityPeriod")) {
-        seq.readTime(v.notBeforeTime, ASN1TAG_GENERALIZEDTIME);
-        seq.readTime(v.notAfterTime, ASN1TAG_GENERALIZEDTIME);
+        seq.at("notBeforeTime").readTime(v.notBeforeTime, ASN1TAG_GENERALIZEDTIME);
+        seq.at("notAfterTime").readTime(v.notAfterTime, ASN1TAG_GENERALIZEDTIME);
         r.leave(seq);
     }
     return r.status();
@@ -229,9 +229,9 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Attribute& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_Attribute& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Attribute")) {
-        seq.readOid(v.type);
+        seq.at("type").readOid(v.type);
         BerReader set;
-        if (seq.enter(ASN1TAG_SET, set, "AttributeValues")) {
+        if (seq.at("values").enter(ASN1TAG_SET, set, "AttributeValues")) {
             readList<ASN1OpenType>(set, v.values, [](BerReader& in, ASN1OpenType& value) {
                 return in.readOpenType(value);
             });
@@ -286,18 +286,18 @@ int asn1D(BerReader& r, ASN1T_AttributeCertificateInfo& v, ASN1TAG tag) {
     if (!r.enter(tag, seq, "AttributeCertificateInfo")) {
         return r.status();
     }
-    seq.readInt(v.version);
-    asn1D(seq, v.holder);
-    asn1D(seq, v.issuer);
-    asn1D(seq, v.signature);
-    seq.readBigInt(v.serialNumber);
-    asn1D(seq, v.attrCertValidityPeriod);
-    asn1D(seq, v.attributes);
-    v.m.issuerUniqueIDPresent = NextIsBitString(seq, ASN1TAG_BITSTRING);
+    seq.at("version").readInt(v.version);
+    asn1D(seq.at("holder"), v.holder);
+    asn1D(seq.at("issuer"), v.issuer);
+    asn1D(seq.at("signature"), v.signature);
+    seq.at("serialNumber").readBigInt(v.serialNumber);
+    asn1D(seq.at("attrCertValidityPeriod"), v.attrCertValidityPeriod);
+    asn1D(seq.at("attributes"), v.attributes);
+    v.m.issuerUniqueIDPresent = NextIsBitString(seq.at("issuerUniqueID"), ASN1TAG_BITSTRING);
     if (v.m.issuerUniqueIDPresent) {
         seq.readBitStr(v.issuerUniqueID);
     }
-    v.m.extensionsPresent = seq.nextIs(ASN1TAG_SEQUENCE);
+    v.m.extensionsPresent = seq.at("extensions").nextIs(ASN1TAG_SEQUENCE);
     if (v.m.extensionsPresent) {
         asn1D(seq, v.extensions);
     }
@@ -341,7 +341,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttributeCertificate& v, ASN1TAG t
 
 int asn1D(BerReader& r, ASN1T_AttributeCertificate& v, ASN1TAG tag) {
     return readSigned(r, v.acinfo, v.signatureAlgorithm, v.signatureValue, v.raw, tag,
-                      "AttributeCertificate");
+                      "AttributeCertificate", {"acinfo", "signatureAlgorithm", "signatureValue"});
 }
 
 int asn1Copy_AttributeCertificate(ASN1CTXT* ctxt, const ASN1T_AttributeCertificate& from,

@@ -42,8 +42,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Validity& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_Validity& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Validity")) {
-        asn1D(seq, v.notBefore);
-        asn1D(seq, v.notAfter);
+        asn1D(seq.at("notBefore"), v.notBefore);
+        asn1D(seq.at("notAfter"), v.notAfter);
         r.leave(seq);
     }
     return r.status();
@@ -64,8 +64,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_SubjectPublicKeyInfo& v, ASN1TAG t
 int asn1D(BerReader& r, ASN1T_SubjectPublicKeyInfo& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "SubjectPublicKeyInfo")) {
-        asn1D(seq, v.algorithm);
-        seq.readBitStr(v.subjectPublicKey);
+        asn1D(seq.at("algorithm"), v.algorithm);
+        seq.at("subjectPublicKey").readBitStr(v.subjectPublicKey);
         r.leave(seq);
     }
     return r.status();
@@ -102,17 +102,19 @@ int asn1D(BerReader& r, ASN1T_TBSCertificate& v, ASN1TAG tag) {
     }
     v.m.versionPresent =
         readOptionalExplicit(seq, 0, "version", [&](BerReader& in) { in.readInt(v.version); });
-    seq.readBigInt(v.serialNumber);
-    asn1D(seq, v.signature);
-    asn1D(seq, v.issuer);
-    asn1D(seq, v.validity);
-    asn1D(seq, v.subject);
-    asn1D(seq, v.subjectPublicKeyInfo);
-    v.m.issuerUniqueIDPresent = seq.nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
+    seq.at("serialNumber").readBigInt(v.serialNumber);
+    asn1D(seq.at("signature"), v.signature);
+    asn1D(seq.at("issuer"), v.issuer);
+    asn1D(seq.at("validity"), v.validity);
+    asn1D(seq.at("subject"), v.subject);
+    asn1D(seq.at("subjectPublicKeyInfo"), v.subjectPublicKeyInfo);
+    v.m.issuerUniqueIDPresent =
+        seq.at("issuerUniqueID").nextIs(asn1CtxtTag(1)) || seq.nextIs(asn1CtxtConsTag(1));
     if (v.m.issuerUniqueIDPresent) {
         seq.readBitStr(v.issuerUniqueID, asn1CtxtTag(1));
     }
-    v.m.subjectUniqueIDPresent = seq.nextIs(asn1CtxtTag(2)) || seq.nextIs(asn1CtxtConsTag(2));
+    v.m.subjectUniqueIDPresent =
+        seq.at("subjectUniqueID").nextIs(asn1CtxtTag(2)) || seq.nextIs(asn1CtxtConsTag(2));
     if (v.m.subjectUniqueIDPresent) {
         seq.readBitStr(v.subjectUniqueID, asn1CtxtTag(2));
     }
@@ -161,7 +163,7 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Certificate& v, ASN1TAG tag) {
 
 int asn1D(BerReader& r, ASN1T_Certificate& v, ASN1TAG tag) {
     return readSigned(r, v.tbsCertificate, v.signatureAlgorithm, v.signature, v.raw, tag,
-                      "Certificate");
+                      "Certificate", {"tbsCertificate", "signatureAlgorithm", "signature"});
 }
 
 int asn1Copy_Certificate(ASN1CTXT* ctxt, const ASN1T_Certificate& from, ASN1T_Certificate& to) {

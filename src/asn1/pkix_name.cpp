@@ -15,8 +15,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AlgorithmIdentifier& v, ASN1TAG ta
 int asn1D(BerReader& r, ASN1T_AlgorithmIdentifier& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "AlgorithmIdentifier")) {
-        seq.readOid(v.algorithm);
-        v.m.parametersPresent = seq.more();
+        seq.at("algorithm").readOid(v.algorithm);
+        v.m.parametersPresent = seq.at("parameters").more();
         if (v.m.parametersPresent) {
             seq.readOpenType(v.parameters);
         }
@@ -44,8 +44,8 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_AttributeTypeAndValue& v, ASN1TAG 
 int asn1D(BerReader& r, ASN1T_AttributeTypeAndValue& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "AttributeTypeAndValue")) {
-        seq.readOid(v.type);
-        seq.readOpenType(v.value);
+        seq.at("type").readOid(v.type);
+        seq.at("value").readOpenType(v.value);
         r.leave(seq);
     }
     return r.status();
@@ -65,11 +65,12 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_RelativeDistinguishedName& v, ASN1
 }
 
 int asn1D(BerReader& r, ASN1T_RelativeDistinguishedName& v, ASN1TAG tag) {
+    const std::size_t start = r.offset();
     BerReader set;
     if (r.enter(tag, set, "RelativeDistinguishedName")) {
         readList<ASN1T_AttributeTypeAndValue>(set, v);
         if (set.ok() && v.count == 0) {
-            set.fail(RTERR_BADVALUE, "empty SET");
+            r.failElement(start, RTERR_BADVALUE, "empty RelativeDistinguishedName");
         }
         r.leave(set);
     }
@@ -130,12 +131,12 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Extension& v, ASN1TAG tag) {
 int asn1D(BerReader& r, ASN1T_Extension& v, ASN1TAG tag) {
     BerReader seq;
     if (r.enter(tag, seq, "Extension")) {
-        seq.readOid(v.extnID);
+        seq.at("extnID").readOid(v.extnID);
         v.critical = false;
-        if (seq.nextIs(ASN1TAG_BOOLEAN)) {
+        if (seq.at("critical").nextIs(ASN1TAG_BOOLEAN)) {
             seq.readBool(v.critical);
         }
-        seq.readOctStr(v.extnValue);
+        seq.at("extnValue").readOctStr(v.extnValue);
         r.leave(seq);
     }
     return r.status();
@@ -220,7 +221,8 @@ int asn1D(BerReader& r, ASN1T_GeneralName& v, ASN1TAG /*tag*/) {
     } else if (IsTextGeneralName(v.t)) {
         r.readString(v.text, asn1CtxtTag(n));
     } else if (v.t == T_GeneralName_directoryName) {
-        readExplicit(r, n, "directoryName", [&](BerReader& in) { asn1D(in, v.directoryName); });
+        readExplicit(r, n, "directoryName",
+                     [&](BerReader& in) { asn1D(in.at("directoryName"), v.directoryName); });
     } else if (v.t == T_GeneralName_iPAddress) {
         r.readOctStr(v.iPAddress, asn1CtxtTag(n));
     } else {

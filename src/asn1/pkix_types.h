@@ -322,15 +322,23 @@ int writeSigned(ASN1BEREncodeBuffer& b, const ASN1OpenType& raw, const ToBeSigne
     return writeSequence(b, tag, field(toBeSigned), field(algorithm), field(signature));
 }
 
+// fields names the envelope's three fields, as its type's ASN.1 text does.
+struct SignedFields {
+    const char* toBeSigned;
+    const char* algorithm;
+    const char* signature;
+};
+
 template <class ToBeSigned>
 int readSigned(BerReader& r, ToBeSigned& toBeSigned, ASN1T_AlgorithmIdentifier& algorithm,
-               ASN1TDynBitStr& signature, ASN1OpenType& raw, ASN1TAG tag, const char* name) {
+               ASN1TDynBitStr& signature, ASN1OpenType& raw, ASN1TAG tag, const char* name,
+               const SignedFields& fields) {
     const std::size_t start = r.offset();
     BerReader seq;
     if (r.enter(tag, seq, name)) {
-        asn1D(seq, toBeSigned);
-        asn1D(seq, algorithm);
-        seq.readBitStr(signature);
+        asn1D(seq.at(fields.toBeSigned), toBeSigned);
+        asn1D(seq.at(fields.algorithm), algorithm);
+        seq.at(fields.signature).readBitStr(signature);
         r.leave(seq);
     }
     Velmor::Asn1Rt::keepRaw(r, start, raw);

@@ -5,6 +5,7 @@
 #include "certid/cert_id_traits.h"
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
+#include "trace/trace_guard.h"
 
 #include <utility>
 
@@ -63,13 +64,19 @@ CCertID& CCertID::operator=(CCertID&& other) noexcept = default;
 
 CCertID::~CCertID() = default;
 
-CBlob CCertID::encode() const { return Codec::EncodeWith<ASN1T_CertID_traits>(*this); }
+CBlob CCertID::encode() const {
+    return Trace::Guard("CCertID::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_CertID_traits>(*this); });
+}
 
 void CCertID::decode(const CBlob& encoded) {
-    // Converted into a fresh CertID, which then replaces this one: nothing changes on failure.
-    CCertID decoded;
-    Codec::DecodeWith<ASN1T_CertID_traits>(encoded, decoded);
-    *this = std::move(decoded);
+    Trace::Guard("CCertID::decode", [&] {
+        // Converted into a fresh CertID, which then replaces this one: nothing changes on
+        // failure.
+        CCertID decoded;
+        Codec::DecodeWith<ASN1T_CertID_traits>(encoded, decoded);
+        *this = std::move(decoded);
+    });
 }
 
 const CAlgorithmIdentifier& CCertID::get_hashAlgorithm() const noexcept { return m_hashAlgorithm; }

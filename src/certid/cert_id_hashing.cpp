@@ -6,6 +6,7 @@
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
 #include "platform/crypt_raii.h"
+#include "trace/trace_guard.h"
 
 #include <pki/ocsp/algorithm_identifier_ex.h>
 #include <pki/ocsp/atl_exception.h>
@@ -56,31 +57,35 @@ CBlob ToBeSignedHash(const CBlob& certificate) {
 
 CCertID::CCertID(const CAlgorithmIdentifierEx& hashAlgorithm, const CBlob& certificate,
                  const CBlob& issuerCertificate) {
-    // The issuer is parsed first, so that a bad issuer is the error reported. Contexts are
-    // released in reverse order: the certificate's, then the issuer's.
-    const CScopedCertContext issuer(ParseCertificate(issuerCertificate));
-    const CScopedCertContext subject(ParseCertificate(certificate));
-    const CERT_INFO& issuerInfo = *issuer.get()->pCertInfo;
-    const CERT_INFO& subjectInfo = *subject.get()->pCertInfo;
+    Trace::Guard("CCertID::CCertID", [&] {
+        // The issuer is parsed first, so that a bad issuer is the error reported. Contexts
+        // are released in reverse order: the certificate's, then the issuer's.
+        const CScopedCertContext issuer(ParseCertificate(issuerCertificate));
+        const CScopedCertContext subject(ParseCertificate(certificate));
+        const CERT_INFO& issuerInfo = *issuer.get()->pCertInfo;
+        const CERT_INFO& subjectInfo = *subject.get()->pCertInfo;
 
-    // The OID and parameters only; the resolved ALG_ID stays in the caller's object.
-    m_hashAlgorithm = hashAlgorithm;
-    const CRYPT_BIT_BLOB& issuerKey = issuerInfo.SubjectPublicKeyInfo.PublicKey;
-    m_issuerKeyHash =
-        HashBlob(hashAlgorithm.get_algId(), CBlob(issuerKey.pbData, issuerKey.cbData));
-    m_issuerNameHash = HashBlob(hashAlgorithm.get_algId(), BlobOf(subjectInfo.Issuer));
-    m_serialNumber = SerialNumberOf(subjectInfo);
+        // The OID and parameters only; the resolved ALG_ID stays in the caller's object.
+        m_hashAlgorithm = hashAlgorithm;
+        const CRYPT_BIT_BLOB& issuerKey = issuerInfo.SubjectPublicKeyInfo.PublicKey;
+        m_issuerKeyHash =
+            HashBlob(hashAlgorithm.get_algId(), CBlob(issuerKey.pbData, issuerKey.cbData));
+        m_issuerNameHash = HashBlob(hashAlgorithm.get_algId(), BlobOf(subjectInfo.Issuer));
+        m_serialNumber = SerialNumberOf(subjectInfo);
+    });
 }
 
 CCertIdWithSignature::CCertIdWithSignature(const CBlob& certificate) {
-    const CScopedCertContext context(ParseCertificate(certificate));
-    const CERT_INFO& info = *context.get()->pCertInfo;
-    m_issuer = BlobOf(info.Issuer);
-    m_serialNumber = SerialNumberOf(info);
-    m_signatureAlgorithm.put_algorithm(info.SignatureAlgorithm.pszObjId);
-    m_signatureAlgorithm.put_parameters(BlobOf(info.SignatureAlgorithm.Parameters));
-    m_signatureValue = SignatureOctets(certificate);
-    m_tbsCertificateHash = ToBeSignedHash(certificate);
+    Trace::Guard("CCertIdWithSignature::CCertIdWithSignature", [&] {
+        const CScopedCertContext context(ParseCertificate(certificate));
+        const CERT_INFO& info = *context.get()->pCertInfo;
+        m_issuer = BlobOf(info.Issuer);
+        m_serialNumber = SerialNumberOf(info);
+        m_signatureAlgorithm.put_algorithm(info.SignatureAlgorithm.pszObjId);
+        m_signatureAlgorithm.put_parameters(BlobOf(info.SignatureAlgorithm.Parameters));
+        m_signatureValue = SignatureOctets(certificate);
+        m_tbsCertificateHash = ToBeSignedHash(certificate);
+    });
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -5,6 +5,7 @@
 #include "certid/cert_id_traits.h"
 #include "foundation/asn1_traits.h"
 #include "foundation/codec_frame.h"
+#include "trace/trace_guard.h"
 
 namespace Velmor::PKI::OCSP {
 
@@ -76,12 +77,15 @@ CCertIdWithSignature::operator=(CCertIdWithSignature&& other) noexcept = default
 CCertIdWithSignature::~CCertIdWithSignature() = default;
 
 CBlob CCertIdWithSignature::encode() const {
-    return Codec::EncodeWith<ASN1T_CertIdWithSignature_traits>(*this);
+    return Trace::Guard("CCertIdWithSignature::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_CertIdWithSignature_traits>(*this); });
 }
 
 void CCertIdWithSignature::decode(const CBlob& encoded) {
-    // The whole value is converted before any field changes.
-    Codec::DecodeWith<ASN1T_CertIdWithSignature_traits>(encoded, *this);
+    Trace::Guard("CCertIdWithSignature::decode", [&] {
+        // The whole value is converted before any field changes.
+        Codec::DecodeWith<ASN1T_CertIdWithSignature_traits>(encoded, *this);
+    });
 }
 
 const CBlob& CCertIdWithSignature::get_issuer() const noexcept { return m_issuer; }

@@ -6,6 +6,7 @@
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
 #include "foundation/list_access.h"
+#include "trace/trace_guard.h"
 
 #include <list>
 #include <stdexcept>
@@ -62,12 +63,15 @@ CExtAcceptableResponses::CExtAcceptableResponses() : CExtValue(ExtensionOid::kAc
 
 CExtAcceptableResponses::CExtAcceptableResponses(const CAcceptableResponses& acceptableResponses)
     : CExtValue(ExtensionOid::kAcceptableResponses), m_data(nullptr) {
-    Value::Install(*this, value(), std::make_unique<Data>(Data{acceptableResponses}));
+    Trace::Guard("CExtAcceptableResponses::CExtAcceptableResponses", [&] {
+        Value::Install(*this, value(), std::make_unique<Data>(Data{acceptableResponses}));
+    });
 }
 
 CExtAcceptableResponses::CExtAcceptableResponses(const CBlob& value)
-    : CExtValue(ExtensionOid::kAcceptableResponses, value), m_data(Value::Decode(value).release()) {
-}
+    : CExtValue(ExtensionOid::kAcceptableResponses, value),
+      m_data(Trace::Guard("CExtAcceptableResponses::CExtAcceptableResponses",
+                          [&] { return Value::Decode(value).release(); })) {}
 
 CExtAcceptableResponses::CExtAcceptableResponses(const CExtAcceptableResponses& other)
     : CExtValue(other) {
@@ -87,10 +91,12 @@ const CAcceptableResponses& CExtAcceptableResponses::get_acceptableResponses() c
 
 void CExtAcceptableResponses::put_acceptableResponses(
     const CAcceptableResponses& acceptableResponses) {
-    if (&acceptableResponses != &m_data->acceptableResponses) {
-        m_data->acceptableResponses = acceptableResponses;
-    }
-    encode();
+    Trace::Guard("CExtAcceptableResponses::put_acceptableResponses", [&] {
+        if (&acceptableResponses != &m_data->acceptableResponses) {
+            m_data->acceptableResponses = acceptableResponses;
+        }
+        encode();
+    });
 }
 
 void CExtAcceptableResponses::encode() { Value::Encode(*this, value()); }

@@ -4,6 +4,7 @@
 #include "asn1/ocsp_types.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "trace/trace_guard.h"
 
 namespace Velmor::PKI::OCSP {
 
@@ -37,11 +38,15 @@ CExtArchiveCutoff::CExtArchiveCutoff() : CExtValue(ExtensionOid::kArchiveCutoff)
 
 CExtArchiveCutoff::CExtArchiveCutoff(const CDateTime& archiveCutoff)
     : CExtValue(ExtensionOid::kArchiveCutoff), m_data(nullptr) {
-    Value::Install(*this, value(), std::make_unique<Data>(Data{archiveCutoff}));
+    Trace::Guard("CExtArchiveCutoff::CExtArchiveCutoff", [&] {
+        Value::Install(*this, value(), std::make_unique<Data>(Data{archiveCutoff}));
+    });
 }
 
 CExtArchiveCutoff::CExtArchiveCutoff(const CBlob& value)
-    : CExtValue(ExtensionOid::kArchiveCutoff, value), m_data(Value::Decode(value).release()) {}
+    : CExtValue(ExtensionOid::kArchiveCutoff, value),
+      m_data(Trace::Guard("CExtArchiveCutoff::CExtArchiveCutoff",
+                          [&] { return Value::Decode(value).release(); })) {}
 
 CExtArchiveCutoff::CExtArchiveCutoff(const CExtArchiveCutoff& other) : CExtValue(other) {
     Records::Make(*this, *other.m_data);
@@ -57,8 +62,10 @@ CExtArchiveCutoff::~CExtArchiveCutoff() { Records::Destroy(*this); }
 const CDateTime& CExtArchiveCutoff::get_archiveCutoff() const { return m_data->archiveCutoff; }
 
 void CExtArchiveCutoff::put_archiveCutoff(const CDateTime& archiveCutoff) {
-    m_data->archiveCutoff = archiveCutoff;
-    encode();
+    Trace::Guard("CExtArchiveCutoff::put_archiveCutoff", [&] {
+        m_data->archiveCutoff = archiveCutoff;
+        encode();
+    });
 }
 
 void CExtArchiveCutoff::encode() { Value::Encode(*this, value()); }

@@ -4,6 +4,7 @@
 #include "asn1/pkix_types.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "trace/trace_guard.h"
 
 namespace Velmor::PKI::OCSP {
 
@@ -36,12 +37,16 @@ CExtCRLLocator::CExtCRLLocator() : CExtValue(ExtensionOid::kCRLLocator) { Record
 
 CExtCRLLocator::CExtCRLLocator(const CCRLDistPointsSyntax& distributionPoints)
     : CExtValue(ExtensionOid::kCRLLocator), m_data(nullptr) {
-    Value::Install(*this, value(), std::make_unique<Data>(Data{distributionPoints}));
+    Trace::Guard("CExtCRLLocator::CExtCRLLocator", [&] {
+        Value::Install(*this, value(), std::make_unique<Data>(Data{distributionPoints}));
+    });
 }
 
 // The value blob keeps the bytes given.
 CExtCRLLocator::CExtCRLLocator(const CBlob& value)
-    : CExtValue(ExtensionOid::kCRLLocator, value), m_data(Value::Decode(value).release()) {}
+    : CExtValue(ExtensionOid::kCRLLocator, value),
+      m_data(Trace::Guard("CExtCRLLocator::CExtCRLLocator",
+                          [&] { return Value::Decode(value).release(); })) {}
 
 CExtCRLLocator::CExtCRLLocator(const CExtCRLLocator& other) : CExtValue(other) {
     Records::Make(*this, *other.m_data);
@@ -59,8 +64,10 @@ const CCRLDistPointsSyntax& CExtCRLLocator::get_distributionPoints() const {
 }
 
 void CExtCRLLocator::put_distributionPoints(const CCRLDistPointsSyntax& distributionPoints) {
-    m_data->distributionPoints = distributionPoints;
-    encode();
+    Trace::Guard("CExtCRLLocator::put_distributionPoints", [&] {
+        m_data->distributionPoints = distributionPoints;
+        encode();
+    });
 }
 
 void CExtCRLLocator::encode() { Value::Encode(*this, value()); }

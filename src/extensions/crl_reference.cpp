@@ -5,6 +5,7 @@
 #include "extensions/text_copy.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "trace/trace_guard.h"
 
 #include <cstdint>
 #include <optional>
@@ -66,12 +67,26 @@ struct ASN1T_CrlID_traits {
 
 using Value = TypedExtension<CExtCrlReference, ASN1T_CrlID_traits>;
 
+// The record decoded from value for the constructor of the class whose identifier is oid,
+// which the failure line names: the class the caller made. Kept out of the constructor, so
+// that the constructor stays small enough to be inlined with its constant identifier.
+[[gnu::noinline]] Records::Record<CExtCrlReference>* DecodeFor(const char* oid,
+                                                               const CBlob& value) {
+    const char* member = "CExtCrlReference::CExtCrlReference";
+    if (oid == ExtensionOid::kCrlID) {
+        member = "CExtCrlID::CExtCrlID";
+    } else if (oid == ExtensionOid::kHistoricalRequest) {
+        member = "CExtHistoricalRequest::CExtHistoricalRequest";
+    }
+    return Trace::Guard(member, [&] { return Value::Decode(value).release(); });
+}
+
 } // namespace
 
 CExtCrlReference::CExtCrlReference(const char* oid) : CExtValue(oid) { Records::Make(*this); }
 
 CExtCrlReference::CExtCrlReference(const char* oid, const CBlob& value)
-    : CExtValue(oid, value), m_data(Value::Decode(value).release()) {}
+    : CExtValue(oid, value), m_data(DecodeFor(oid, value)) {}
 
 CExtCrlReference::CExtCrlReference(const CExtCrlReference& other) : CExtValue(other) {
     Records::Make(*this, *other.m_data);
@@ -99,22 +114,28 @@ const CDateTime* CExtCrlReference::get_crlTime() const {
 }
 
 void CExtCrlReference::put_crlUrl(const char* crlUrl) {
-    // The copy is made before the old text goes: crlUrl may be this object's own.
-    m_data->crlUrl = crlUrl != nullptr ? std::optional<CStringProxy>(crlUrl) : std::nullopt;
-    encode();
+    Trace::Guard("CExtCrlReference::put_crlUrl", [&] {
+        // The copy is made before the old text goes: crlUrl may be this object's own.
+        m_data->crlUrl = crlUrl != nullptr ? std::optional<CStringProxy>(crlUrl) : std::nullopt;
+        encode();
+    });
 }
 
 void CExtCrlReference::put_crlNum(const unsigned long* crlNum) {
-    if (crlNum != nullptr && *crlNum > UINT32_MAX) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
-    }
-    m_data->crlNum = crlNum != nullptr ? std::optional<unsigned long>(*crlNum) : std::nullopt;
-    encode();
+    Trace::Guard("CExtCrlReference::put_crlNum", [&] {
+        if (crlNum != nullptr && *crlNum > UINT32_MAX) {
+            ATL::AtlThrow(Win32::E_INVALIDARG);
+        }
+        m_data->crlNum = crlNum != nullptr ? std::optional<unsigned long>(*crlNum) : std::nullopt;
+        encode();
+    });
 }
 
 void CExtCrlReference::put_crlTime(const CDateTime* crlTime) {
-    m_data->crlTime = crlTime != nullptr ? std::optional<CDateTime>(*crlTime) : std::nullopt;
-    encode();
+    Trace::Guard("CExtCrlReference::put_crlTime", [&] {
+        m_data->crlTime = crlTime != nullptr ? std::optional<CDateTime>(*crlTime) : std::nullopt;
+        encode();
+    });
 }
 
 void CExtCrlReference::encode() { Value::Encode(*this, value()); }

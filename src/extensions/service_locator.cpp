@@ -5,6 +5,7 @@
 #include "asn1/ocsp_types.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "trace/trace_guard.h"
 
 #include <pki/ocsp/atl_exception.h>
 
@@ -71,7 +72,8 @@ CExtServiceLocator::CExtServiceLocator() : CExtValue(ExtensionOid::kServiceLocat
 // turn: an empty locator received is dropped from it.
 CExtServiceLocator::CExtServiceLocator(const CBlob& received)
     : CExtValue(ExtensionOid::kServiceLocator, received), m_data(nullptr) {
-    Value::Install(*this, value(), Value::Decode(received));
+    Trace::Guard("CExtServiceLocator::CExtServiceLocator",
+                 [&] { Value::Install(*this, value(), Value::Decode(received)); });
 }
 
 CExtServiceLocator::CExtServiceLocator(const CExtServiceLocator& other) : CExtValue(other) {
@@ -92,15 +94,19 @@ const CAuthorityInfoAccessSyntax* CExtServiceLocator::get_locator() const {
 }
 
 void CExtServiceLocator::put_issuer(const CBlob& issuer) {
-    m_data->issuer = issuer;
-    encode();
+    Trace::Guard("CExtServiceLocator::put_issuer", [&] {
+        m_data->issuer = issuer;
+        encode();
+    });
 }
 
 void CExtServiceLocator::put_locator(const CAuthorityInfoAccessSyntax* locator) {
-    m_data->locator = Detail::CopyOf(locator);
-    if (m_data->issuer.cbData() != 0) {
-        encode();
-    }
+    Trace::Guard("CExtServiceLocator::put_locator", [&] {
+        m_data->locator = Detail::CopyOf(locator);
+        if (m_data->issuer.cbData() != 0) {
+            encode();
+        }
+    });
 }
 
 void CExtServiceLocator::encode() { Value::Encode(*this, value()); }

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "trace/trace_guard.h"
+
 namespace Velmor::ASN1 {
 
 namespace {
@@ -86,14 +88,14 @@ CBigInteger::~CBigInteger() = default;
 
 void CBigInteger::decode(const CBlob& contentBytes) {
     if (contentBytes.empty()) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom("CBigInteger::decode", Win32::E_INVALIDARG);
     }
     m_content = contentBytes;
 }
 
 void CBigInteger::decode(CBlob&& contentBytes) {
     if (contentBytes.empty()) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom("CBigInteger::decode", Win32::E_INVALIDARG);
     }
     m_content = std::move(contentBytes);
 }
@@ -134,18 +136,20 @@ bool CBigInteger::ToInt64(std::int64_t& value) const noexcept {
 }
 
 CBigInteger CBigInteger::FromHex(std::string_view text) {
-    const bool negative = !text.empty() && text.front() == '-';
-    if (negative) {
-        text.remove_prefix(1);
-    }
-    if (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        text.remove_prefix(2);
-    }
-    Octets octets = ReadMagnitude(text);
-    if (negative) {
-        Negate(octets);
-    }
-    return FromOctets(std::move(octets));
+    return Trace::Guard("CBigInteger::FromHex", [&] {
+        const bool negative = !text.empty() && text.front() == '-';
+        if (negative) {
+            text.remove_prefix(1);
+        }
+        if (text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+            text.remove_prefix(2);
+        }
+        Octets octets = ReadMagnitude(text);
+        if (negative) {
+            Negate(octets);
+        }
+        return FromOctets(std::move(octets));
+    });
 }
 
 std::string CBigInteger::ToHex() const {

@@ -6,15 +6,16 @@
 #include <utility>
 
 #include "foundation/dll_list_impl.h"
+#include "trace/trace_guard.h"
 
 namespace Velmor {
 
 namespace {
 
-// Rejects a null source for a non-empty copy.
-void RequireSource(const void* data, unsigned long size) {
+// Rejects a null source for a non-empty copy, as the public member named member.
+void RequireSource(const void* data, unsigned long size, const char* member) {
     if (data == nullptr && size != 0) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom(member, Win32::E_INVALIDARG);
     }
 }
 
@@ -24,7 +25,10 @@ CBlob::CBlob() noexcept : m_data(m_inline), m_size(0), m_capacity(kInlineCapacit
 
 CBlob::CBlob(unsigned long size) : CBlob() { resize_to(size); }
 
-CBlob::CBlob(const unsigned char* data, unsigned long size) : CBlob() { assign(data, size); }
+CBlob::CBlob(const unsigned char* data, unsigned long size) : CBlob() {
+    RequireSource(data, size, "CBlob::CBlob");
+    copyFrom(data, size);
+}
 
 CBlob::CBlob(const std::vector<std::uint8_t>& bytes) : CBlob(bytes.data(), bytes.size()) {}
 
@@ -78,7 +82,11 @@ void CBlob::takeFrom(CBlob& other) noexcept {
 }
 
 void CBlob::assign(const unsigned char* data, unsigned long size) {
-    RequireSource(data, size);
+    RequireSource(data, size, "CBlob::assign");
+    copyFrom(data, size);
+}
+
+void CBlob::copyFrom(const unsigned char* data, unsigned long size) {
     if (size <= m_capacity) {
         if (size != 0) {
             std::memmove(m_data, data, size);

@@ -1,5 +1,7 @@
 #include "foundation/codec_frame.h"
 
+#include "trace/trace_guard.h"
+
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
@@ -19,10 +21,37 @@ void ThrowFailure(const ASN1MessageBuffer& buffer, int status) {
     t_lastFailure.status = ctxt->status != ASN_OK ? ctxt->status : status;
     t_lastFailure.offset = ctxt->errOffset;
     std::strncpy(t_lastFailure.detail, rtErrDetail(ctxt), sizeof t_lastFailure.detail - 1);
-    VELMOR_TRACE(1, "codec",
-                 std::string(buffer.isEncoding() ? "encode" : "decode") +
-                     " failed: CRYPT_E_ASN1_INTERNAL (0x80093101): " + t_lastFailure.detail);
+    std::strncpy(t_lastFailure.path, ctxt->status != ASN_OK ? ctxt->errPath : "",
+                 sizeof t_lastFailure.path - 1);
+    if (Trace::Enabled(1)) {
+        Trace::ThrowDetailed(CRYPT_E_ASN1_INTERNAL, DescribeFailure(buffer, status));
+    }
     ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+}
+
+std::string DescribeFailure(const ASN1MessageBuffer& buffer, int status) {
+    const ASN1CTXT* ctxt = buffer.getCtxtPtr();
+    if (ctxt->status == ASN_OK) { // the caller's status: an encoder that wrote nothing
+        return status < 0 ? std::string(": ") + rtErrText(status) : ": nothing was written";
+    }
+    std::string text;
+    if (rtErrHasOffset(ctxt)) {
+        text += " at ";
+        if (ctxt->errPath[0] != '\0') {
+            text += ctxt->errPath;
+            text += ", ";
+        }
+        text += "offset " + std::to_string(ctxt->errOffset);
+    }
+    text += ": ";
+    text.append(ctxt->errText, ctxt->errReasonLen);
+    return text;
+}
+
+void TraceStatus(const char* member, const ASN1MessageBuffer& buffer, int status) {
+    Trace::Write(1, nullptr, nullptr, nullptr, 0,
+                 std::string(member) + ": " + rtErrText(status) + " (" + std::to_string(status) +
+                     ")" + DescribeFailure(buffer, status));
 }
 
 void TraceMessageSize(const char* what, std::size_t size) {

@@ -10,6 +10,7 @@
 #include "trace/trace_facility.h"
 #include <cstddef>
 #include <pki/ocsp/blob.h>
+#include <string>
 
 namespace Velmor::Codec {
 
@@ -56,18 +57,29 @@ template <class T> int DecodeStatus(ASN1BERDecodeBuffer& buffer, T& value) {
 }
 
 // Where this thread's last failed encode or decode stopped: the runtime's status, the
-// input offset (decoding) and the runtime's text naming the element. Kept for diagnostics;
-// the exception itself carries only CRYPT_E_ASN1_INTERNAL.
+// input offset (decoding), the runtime's text naming the element and the path of the fields
+// being read. Kept for diagnostics; the exception itself carries only CRYPT_E_ASN1_INTERNAL.
 struct Failure {
     int status = ASN_OK;
     std::size_t offset = 0;
     char detail[sizeof(ASN1CTXT::errText)] = {};
+    char path[sizeof(ASN1CTXT::errPath)] = {};
 };
 const Failure& LastFailure() noexcept;
 
 // Records buffer's failure (or status, when the buffer recorded none) as this thread's last
-// failure and throws CRYPT_E_ASN1_INTERNAL.
+// failure and throws CRYPT_E_ASN1_INTERNAL. When level 1 of the trace shows, the exception
+// carries the failure's description to the failure line of the public member it leaves.
 [[noreturn]] void ThrowFailure(const ASN1MessageBuffer& buffer, int status);
+
+// How buffer's failure (or status, when the buffer recorded none) reads in a failure line:
+// " at PATH, offset N: REASON" for a decode (" at offset N: REASON" when no field was
+// named), ": REASON" for an encode.
+std::string DescribeFailure(const ASN1MessageBuffer& buffer, int status);
+
+// Writes the level-1 line of a frame call (CCodeClassT's) that returned the negative runtime
+// status: "member: NAME (status)" and buffer's description.
+[[gnu::cold]] void TraceStatus(const char* member, const ASN1MessageBuffer& buffer, int status);
 
 // Writes the level-4 line of a message decoded or encoded, with its size. Out of line, so that
 // the codec's inline paths carry only the level test.
@@ -162,16 +174,25 @@ namespace Velmor::ASN1 {
 
 // The exported frame: runs C (an ASN1C_ control class) over a buffer and a structure and
 // passes its status on unchanged, a length or 0 on success, a negative runtime status on
-// failure. It never throws; Codec::Encode and Codec::Decode are the throwing form.
+// failure. It never throws; Codec::Encode and Codec::Decode are the throwing form. A failure
+// writes its level-1 line, as a public member's exception does.
 template <class T, class C> class CCodeClassT {
   public:
     static int encode(ASN1BEREncodeBuffer& buffer, T& value) {
         C control(buffer, value);
-        return control.Encode();
+        const int status = control.Encode();
+        if (status < 0 && Trace::Enabled(1)) {
+            Codec::TraceStatus("CCodeClassT::encode", buffer, status);
+        }
+        return status;
     }
     static int decode(ASN1BERDecodeBuffer& buffer, T& value) {
         C control(buffer, value);
-        return control.Decode();
+        const int status = control.Decode();
+        if (status < 0 && Trace::Enabled(1)) {
+            Codec::TraceStatus("CCodeClassT::decode", buffer, status);
+        }
+        return status;
     }
 };
 

@@ -1,5 +1,6 @@
 // CDateTime: construction, GeneralizedTime parsing and formatting, chrono conversion.
 #include "foundation/datetime_text.h"
+#include "trace/trace_guard.h"
 
 #include <cstdio>
 #include <ctime>
@@ -224,13 +225,13 @@ CDateTime::CDateTime() noexcept : m_seconds(0), m_nanoseconds(0) {}
 CDateTime::CDateTime(std::int64_t seconds, unsigned int nanoseconds)
     : m_seconds(seconds), m_nanoseconds(nanoseconds) {
     if (nanoseconds >= kNanosPerSecond) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom("CDateTime::CDateTime", Win32::E_INVALIDARG);
     }
 }
 
 CDateTime::CDateTime(const char* generalizedTime) : CDateTime() {
     if (!TryParseGeneralizedTime(generalizedTime, *this)) {
-        ATL::AtlThrow(Win32::CRYPT_E_ASN1_INTERNAL);
+        Trace::ThrowFrom("CDateTime::CDateTime", Win32::CRYPT_E_ASN1_INTERNAL);
     }
 }
 
@@ -250,13 +251,15 @@ bool CDateTime::TryParseGeneralizedTime(const char* text, CDateTime& result) noe
 }
 
 std::string CDateTime::ToGeneralizedTime(bool utc) const {
-    if (utc) {
-        char text[Detail::kUtcGeneralizedTimeMax];
-        return std::string(text, Detail::WriteUtcGeneralizedTime(*this, text));
-    }
-    CheckWritable(m_seconds);
-    const std::int64_t offset = LocalOffsetMinutes(m_seconds);
-    return FormatClock(m_seconds + offset * 60, m_nanoseconds) + FormatOffset(offset);
+    return Trace::Guard("CDateTime::ToGeneralizedTime", [&] {
+        if (utc) {
+            char text[Detail::kUtcGeneralizedTimeMax];
+            return std::string(text, Detail::WriteUtcGeneralizedTime(*this, text));
+        }
+        CheckWritable(m_seconds);
+        const std::int64_t offset = LocalOffsetMinutes(m_seconds);
+        return FormatClock(m_seconds + offset * 60, m_nanoseconds) + FormatOffset(offset);
+    });
 }
 
 std::int64_t CDateTime::seconds() const noexcept { return m_seconds; }
@@ -269,7 +272,7 @@ std::chrono::system_clock::time_point CDateTime::ToTimePoint() const {
     // One second of margin on each side leaves room for the nanoseconds.
     const auto limit = duration_cast<std::chrono::seconds>(Duration::max()).count() - 1;
     if (m_seconds > limit || m_seconds < -limit) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom("CDateTime::ToTimePoint", Win32::E_INVALIDARG);
     }
     const auto sinceEpoch = duration_cast<Duration>(std::chrono::seconds(m_seconds)) +
                             duration_cast<Duration>(std::chrono::nanoseconds(m_nanoseconds));

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "foundation/dll_list_impl.h"
+#include "trace/trace_guard.h"
 
 namespace Velmor::ASN1 {
 
@@ -58,7 +59,7 @@ const CBlob* CGeneralName::get_other() const noexcept {
 
 void CGeneralName::put_other(Choice choice, const CBlob& der) {
     if (!IsWholeElementChoice(choice)) {
-        ATL::AtlThrow(Win32::E_INVALIDARG);
+        Trace::ThrowFrom("CGeneralName::put_other", Win32::E_INVALIDARG);
     }
     SetOctets(choice, der);
 }

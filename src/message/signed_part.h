@@ -4,6 +4,8 @@
 #ifndef VELMOR_SRC_MESSAGE_SIGNED_PART_H
 #define VELMOR_SRC_MESSAGE_SIGNED_PART_H
 
+#include "trace/trace_guard.h"
+
 #include <cstdint>
 #include <memory>
 #include <pki/ocsp/algorithm_identifier_ex.h>
@@ -40,15 +42,18 @@ struct SignedPart {
               const CBlob& tbs);
 
     // True when the signature verifies with the key of signerCertificate (DER), false when
-    // it does not match. The data is the received octets, or encodeTbs() for a message
-    // without them. The hash comes from the algorithm's cached ALG_ID, filled when it was 0.
-    // Every other failure throws the HRESULT of the last Win32 error.
+    // it does not match, which the level-2 trace reports for member (the public verify).
+    // The data is the received octets, or encodeTbs() for a message without them. The hash
+    // comes from the algorithm's cached ALG_ID, filled when it was 0. Every other failure
+    // throws the HRESULT of the last Win32 error.
     template <class EncodeTbs>
-    bool Verify(const CBlob& signerCertificate, EncodeTbs&& encodeTbs) const {
-        if (received.cbData() != 0) {
-            return VerifyData(signerCertificate, received);
+    bool Verify(const char* member, const CBlob& signerCertificate, EncodeTbs&& encodeTbs) const {
+        const bool valid = received.cbData() != 0 ? VerifyData(signerCertificate, received)
+                                                  : VerifyData(signerCertificate, encodeTbs());
+        if (!valid && Trace::Enabled(2)) {
+            Trace::ReportOutcome(2, member, "the signature does not match");
         }
-        return VerifyData(signerCertificate, encodeTbs());
+        return valid;
     }
 
   private:

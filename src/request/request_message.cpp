@@ -6,6 +6,7 @@
 #include "foundation/list_access.h"
 #include "message/entry_version.h"
 #include "request/request_traits.h"
+#include "trace/trace_guard.h"
 
 #include <memory>
 #include <utility>
@@ -87,16 +88,20 @@ const CAlgorithmIdentifierEx* CRequestMessage::get_signatureAlgorithm() const {
 const CBlobList* CRequestMessage::get_signatureCerts() const { return m_data->certs.get(); }
 
 CBlob CRequestMessage::encode() const {
-    return Codec::EncodeWith<ASN1T_OCSPRequest_traits>(*m_data);
+    return Trace::Guard("CRequestMessage::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_OCSPRequest_traits>(*m_data); });
 }
 
 void CRequestMessage::decode(const CBlob& encoded) {
-    // The fields go into a fresh record, which then takes the entries held so far in front
-    // of the decoded ones: the object changes only once everything converted.
-    Data decoded;
-    Codec::DecodeWith<ASN1T_OCSPRequest_traits>(encoded, decoded, Codec::OnEmpty::InvalidArgument);
-    Detail::MoveToFront(decoded.requestList, m_data->requestList);
-    m_data->swap(decoded);
+    Trace::Guard("CRequestMessage::decode", [&] {
+        // The fields go into a fresh record, which then takes the entries held so far in
+        // front of the decoded ones: the object changes only once everything converted.
+        Data decoded;
+        Codec::DecodeWith<ASN1T_OCSPRequest_traits>(encoded, decoded,
+                                                    Codec::OnEmpty::InvalidArgument);
+        Detail::MoveToFront(decoded.requestList, m_data->requestList);
+        m_data->swap(decoded);
+    });
 }
 
 } // namespace Velmor::PKI::OCSP

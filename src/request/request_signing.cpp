@@ -2,6 +2,7 @@
 #include "request/request_traits.h"
 
 #include "platform/crypt_api.h"
+#include "trace/trace_guard.h"
 
 #include <pki/ocsp/atl_exception.h>
 
@@ -26,23 +27,28 @@ ALG_ID SignatureHashAlgId(const char* oid) {
 
 void CRequestMessage::sign(std::uint64_t provider, unsigned long keySpec,
                            const ASN1::CAlgorithmIdentifierEx& algorithm, const CBlobList* certs) {
-    // Always a fresh encoding: the octets a decoded request arrived in are kept for verify
-    // only.
-    const CBlob tbs = m_data->EncodeTbsRequest();
-    const ALG_ID hashAlgId = SignatureHashAlgId(algorithm.get_algorithm());
-    m_data->signedPart.Sign(provider, keySpec, algorithm, hashAlgId, tbs);
-    // Without a new list the certificates stored before stay.
-    if (certs != nullptr) {
-        m_data->certs.put(certs);
-    }
+    Trace::Guard("CRequestMessage::sign", [&] {
+        // Always a fresh encoding: the octets a decoded request arrived in are kept for
+        // verify only.
+        const CBlob tbs = m_data->EncodeTbsRequest();
+        const ALG_ID hashAlgId = SignatureHashAlgId(algorithm.get_algorithm());
+        m_data->signedPart.Sign(provider, keySpec, algorithm, hashAlgId, tbs);
+        // Without a new list the certificates stored before stay.
+        if (certs != nullptr) {
+            m_data->certs.put(certs);
+        }
+    });
 }
 
 bool CRequestMessage::verify(const CBlob& signerCertificate) const {
-    const SignedPart& part = m_data->signedPart;
-    if (!part.signature || !part.algorithm) {
-        ATL::AtlThrow(E_INVALIDARG);
-    }
-    return part.Verify(signerCertificate, [&] { return m_data->EncodeTbsRequest(); });
+    static constexpr char kMember[] = "CRequestMessage::verify";
+    return Trace::Guard(kMember, [&] {
+        const SignedPart& part = m_data->signedPart;
+        if (!part.signature || !part.algorithm) {
+            ATL::AtlThrow(E_INVALIDARG);
+        }
+        return part.Verify(kMember, signerCertificate, [&] { return m_data->EncodeTbsRequest(); });
+    });
 }
 
 } // namespace Velmor::PKI::OCSP

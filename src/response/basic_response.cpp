@@ -4,6 +4,7 @@
 #include "foundation/codec_frame.h"
 #include "message/entry_version.h"
 #include "response/response_traits.h"
+#include "trace/trace_guard.h"
 
 #include <memory>
 
@@ -74,14 +75,17 @@ void CBasicResponse::put_responseExtensions(const CExtensions* responseExtension
 }
 
 CBlob CBasicResponse::encode() const {
-    return Codec::EncodeWith<ASN1T_BasicOCSPResponse_traits>(*m_data);
+    return Trace::Guard("CBasicResponse::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_BasicOCSPResponse_traits>(*m_data); });
 }
 
 void CBasicResponse::decode(const CBlob& encoded) {
-    // Bytes that are not a BasicOCSPResponse fail before the object changes; the conversion
-    // then works on the object itself (see ASN1T_BasicOCSPResponse_traits::get).
-    Codec::DecodeWith<ASN1T_BasicOCSPResponse_traits>(encoded, *m_data,
-                                                      Codec::OnEmpty::InvalidArgument);
+    Trace::Guard("CBasicResponse::decode", [&] {
+        // Bytes that are not a BasicOCSPResponse fail before the object changes; the
+        // conversion then works on the object itself (see ASN1T_BasicOCSPResponse_traits::get).
+        Codec::DecodeWith<ASN1T_BasicOCSPResponse_traits>(encoded, *m_data,
+                                                          Codec::OnEmpty::InvalidArgument);
+    });
 }
 
 } // namespace Velmor::PKI::OCSP

@@ -6,6 +6,7 @@
 #include "foundation/codec_frame.h"
 #include "platform/crypt_raii.h"
 #include "response/response_traits.h"
+#include "trace/trace_guard.h"
 
 #include <pki/ocsp/atl_exception.h>
 #include <utility>
@@ -59,23 +60,29 @@ void CResponderID::put_value(Type type, const CBlob& value) {
     m_type = type;
 }
 
-CBlob CResponderID::encode() const { return Codec::EncodeWith<ASN1T_ResponderID_traits>(*this); }
+CBlob CResponderID::encode() const {
+    return Trace::Guard("CResponderID::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_ResponderID_traits>(*this); });
+}
 
 void CResponderID::decode(const CBlob& encoded) {
-    Codec::DecodeWith<ASN1T_ResponderID_traits>(encoded, *this);
+    Trace::Guard("CResponderID::decode",
+                 [&] { Codec::DecodeWith<ASN1T_ResponderID_traits>(encoded, *this); });
 }
 
 CResponderID CResponderID::fromCert(Type type, const CBlob& certificate) {
-    const CScopedCertContext context(ParseCertificate(certificate));
-    const CERT_INFO& info = *context.get()->pCertInfo;
-    switch (type) {
-    case byName:
-        return CResponderID(byName, CBlob(info.Subject.pbData, info.Subject.cbData));
-    case byKey:
-        return CResponderID(byKey, KeyHash(info.SubjectPublicKeyInfo.PublicKey));
-    default:
-        ATL::AtlThrow(E_INVALIDARG);
-    }
+    return Trace::Guard("CResponderID::fromCert", [&] {
+        const CScopedCertContext context(ParseCertificate(certificate));
+        const CERT_INFO& info = *context.get()->pCertInfo;
+        switch (type) {
+        case byName:
+            return CResponderID(byName, CBlob(info.Subject.pbData, info.Subject.cbData));
+        case byKey:
+            return CResponderID(byKey, KeyHash(info.SubjectPublicKeyInfo.PublicKey));
+        default:
+            ATL::AtlThrow(E_INVALIDARG);
+        }
+    });
 }
 
 bool operator==(const CResponderID& a, const CResponderID& b) {

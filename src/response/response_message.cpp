@@ -5,6 +5,7 @@
 #include "foundation/codec_frame.h"
 #include "foundation/oid_text.h"
 #include "foundation/value_record.h"
+#include "trace/trace_guard.h"
 
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/string_proxy.h>
@@ -57,7 +58,7 @@ const CBlob* CResponseMessage::get_response() const {
 
 void CResponseMessage::put_response(const char* responseType, const CBlob* response) {
     if ((responseType == nullptr) != (response == nullptr)) {
-        ATL::AtlThrow(E_INVALIDARG);
+        Trace::ThrowFrom("CResponseMessage::put_response", E_INVALIDARG);
     }
     if (responseType == nullptr) {
         m_data->hasBody = false;
@@ -136,11 +137,15 @@ void ASN1T_OCSPResponse_traits::get(const ASN1T_OCSPResponse& in, Record& value)
 }
 
 CBlob CResponseMessage::encode() const {
-    return Codec::EncodeWith<ASN1T_OCSPResponse_traits>(*m_data);
+    return Trace::Guard("CResponseMessage::encode",
+                        [&] { return Codec::EncodeWith<ASN1T_OCSPResponse_traits>(*m_data); });
 }
 
 void CResponseMessage::decode(const CBlob& encoded) {
-    Codec::DecodeWith<ASN1T_OCSPResponse_traits>(encoded, *m_data, Codec::OnEmpty::InvalidArgument);
+    Trace::Guard("CResponseMessage::decode", [&] {
+        Codec::DecodeWith<ASN1T_OCSPResponse_traits>(encoded, *m_data,
+                                                     Codec::OnEmpty::InvalidArgument);
+    });
 }
 
 } // namespace Velmor::PKI::OCSP

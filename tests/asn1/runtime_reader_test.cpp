@@ -343,7 +343,8 @@ TEST(RuntimeReader, FailureIsStickyAndDescribed) {
     EXPECT_FALSE(d.r.leave(seq));
     EXPECT_EQ(d.r.status(), RTERR_IDNOTFOU);
     EXPECT_EQ(d.buf.getStatus(), RTERR_IDNOTFOU);
-    EXPECT_STREQ(d.buf.getErrorText(), "RTERR_IDNOTFOU: INTEGER in Sample at offset 2");
+    EXPECT_STREQ(d.buf.getErrorText(),
+                 "RTERR_IDNOTFOU: INTEGER in Sample, unexpected tag 0x04 at offset 2");
     EXPECT_EQ(d.buf.getCtxtPtr()->errOffset, 2u);
 }
 

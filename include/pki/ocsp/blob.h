@@ -81,6 +81,8 @@ class VELMOR_OCSP_API CBlob {
     void release() noexcept;
     // Moves other's content into this blob, which holds no heap storage.
     void takeFrom(CBlob& other) noexcept;
+    // assign() once its source is known good.
+    void copyFrom(const unsigned char* data, unsigned long size);
 
     unsigned char* m_data; // m_inline, or a heap array of m_capacity bytes
     unsigned long m_size;
