@@ -2,6 +2,7 @@
 // certificate. docs/validator.md describes the rules.
 #include "certid/crypt_calls.h"
 #include "platform/crypt_raii.h"
+#include "trace/trace_guard.h"
 #include "validation/delegate_checks.h"
 #include "validation/validation_records.h"
 
@@ -422,37 +423,39 @@ const std::chrono::seconds* CResponseValidator::get_maxAge() const {
 CValidationResult CResponseValidator::validate(const CBasicResponse& response,
                                                const CBlob& certificate,
                                                const CBlob& issuer) const {
-    // The caller's certificates are checked before anything else, so that a bad argument is
-    // an exception and never a failure bit.
-    const CScopedCertContext certificateContext(ParseCertificate(certificate));
-    const CScopedCertContext issuerContext(ParseCertificate(issuer));
-    Candidates candidates;
-    if (const CBlobList* trusted = m_data->trustedResponders.get()) {
-        for (const CBlob& responder : *trusted) {
-            candidates.AddRequired(responder, true);
+    return Trace::Guard("CResponseValidator::validate", [&] {
+        // The caller's certificates are checked before anything else, so that a bad argument is
+        // an exception and never a failure bit.
+        const CScopedCertContext certificateContext(ParseCertificate(certificate));
+        const CScopedCertContext issuerContext(ParseCertificate(issuer));
+        Candidates candidates;
+        if (const CBlobList* trusted = m_data->trustedResponders.get()) {
+            for (const CBlob& responder : *trusted) {
+                candidates.AddRequired(responder, true);
+            }
         }
-    }
-    candidates.AddRequired(issuer, false);
-    if (const CBlobList* carried = response.get_certs()) {
-        for (const CBlob& carriedCertificate : *carried) {
-            candidates.AddOptional(carriedCertificate);
+        candidates.AddRequired(issuer, false);
+        if (const CBlobList* carried = response.get_certs()) {
+            for (const CBlob& carriedCertificate : *carried) {
+                candidates.AddOptional(carriedCertificate);
+            }
         }
-    }
-    if (const CBlobList* extra = m_data->extraCertificates.get()) {
-        for (const CBlob& extraCertificate : *extra) {
-            candidates.AddRequired(extraCertificate, false);
+        if (const CBlobList* extra = m_data->extraCertificates.get()) {
+            for (const CBlob& extraCertificate : *extra) {
+                candidates.AddRequired(extraCertificate, false);
+            }
         }
-    }
 
-    const CDateTime now = m_data->validationTime
-                              ? *m_data->validationTime
-                              : CDateTime::FromTimePoint(std::chrono::system_clock::now());
-    CValidationResult outcome;
-    Result& result = Records::Of(outcome);
-    CheckSigner(response, candidates, *issuerContext.get()->pCertInfo, issuer, now, result);
-    CheckEntry(response, certificate, issuer, *this, now, result);
-    CheckNonce(response, get_requestNonce(), result);
-    return outcome;
+        const CDateTime now = m_data->validationTime
+                                  ? *m_data->validationTime
+                                  : CDateTime::FromTimePoint(std::chrono::system_clock::now());
+        CValidationResult outcome;
+        Result& result = Records::Of(outcome);
+        CheckSigner(response, candidates, *issuerContext.get()->pCertInfo, issuer, now, result);
+        CheckEntry(response, certificate, issuer, *this, now, result);
+        CheckNonce(response, get_requestNonce(), result);
+        return outcome;
+    });
 }
 
 } // namespace Velmor::PKI::OCSP
