@@ -36,3 +36,13 @@ LD_LIBRARY_PATH=$libdir "$work/pc-consumer" | tee "$work/pc-run.txt"
 
 grep -q '^consumer ok$' "$work/cmake-run.txt"
 grep -q '^consumer ok$' "$work/pc-run.txt"
+
+# The program, when it was built, runs from the installed tree and finds the installed library
+# on its own.
+if [[ -e "$prefix/bin/velmor-ocsp" ]]; then
+  [[ $("$prefix/bin/velmor-ocsp" --version) == "velmor-ocsp 1.0.0" ]] ||
+    { echo "the installed velmor-ocsp does not run"; exit 1; }
+  used=$(ldd "$prefix/bin/velmor-ocsp" | awk '/libvelmor-ocsp/ { print $3 }')
+  [[ $(readlink -f "$used") == $(readlink -f "$libdir/libvelmor-ocsp.so.1") ]] ||
+    { echo "the installed velmor-ocsp does not use the installed library"; exit 1; }
+fi

@@ -22,6 +22,7 @@ using velmor_test::Bytes;
 using velmor_test::Cat;
 using velmor_test::DataPath;
 using velmor_test::HexOf;
+using velmor_test::OpensslVerifiesRequest;
 using velmor_test::ReadData;
 using velmor_test::RunCommand;
 using velmor_test::Tlv;
@@ -48,7 +49,6 @@ CBlob Pki(const Family& family, const std::string& name) {
 }
 
 using X509Ptr = std::unique_ptr<X509, decltype(&X509_free)>;
-using RequestPtr = std::unique_ptr<OCSP_REQUEST, decltype(&OCSP_REQUEST_free)>;
 
 X509Ptr OpensslCertificate(const CBlob& der) {
     const unsigned char* p = der.pbData();
@@ -109,24 +109,6 @@ CRequestMessage ClientRequest(const Family& family, int count) {
     return request;
 }
 
-// OpenSSL's verdict on the signature of a request, with the signer certificate given.
-bool OpensslVerifies(const CBlob& der, const CBlob& signer) {
-    const unsigned char* p = der.pbData();
-    const RequestPtr request(d2i_OCSP_REQUEST(nullptr, &p, der.cbData()), OCSP_REQUEST_free);
-    if (!request) {
-        return false;
-    }
-    X509Ptr certificate = OpensslCertificate(signer);
-    STACK_OF(X509)* certs = sk_X509_new_null();
-    sk_X509_push(certs, certificate.get());
-    X509_STORE* store = X509_STORE_new();
-    const int result =
-        OCSP_request_verify(request.get(), certs, store, OCSP_NOINTERN | OCSP_NOVERIFY);
-    X509_STORE_free(store);
-    sk_X509_free(certs);
-    return result == 1;
-}
-
 std::size_t Count(const std::string& text, const std::string& what) {
     std::size_t count = 0;
     for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
@@ -161,8 +143,8 @@ TEST(RequestPeers, OpensslReadsAndVerifiesOurSignedRequests) {
             EXPECT_NE(text.find("Serial Number: " + first.get_serialNumber().ToHex()),
                       std::string::npos);
 
-            EXPECT_TRUE(OpensslVerifies(der, Pki(family, "client")));
-            EXPECT_FALSE(OpensslVerifies(der, Pki(family, "leaf")));
+            EXPECT_TRUE(OpensslVerifiesRequest(der, Pki(family, "client")));
+            EXPECT_FALSE(OpensslVerifiesRequest(der, Pki(family, "leaf")));
         }
     }
 }

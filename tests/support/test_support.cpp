@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <openssl/ocsp.h>
+#include <openssl/x509.h>
 #include <sys/wait.h>
 
 namespace velmor_test {
@@ -177,6 +180,26 @@ std::string Python() { return VELMOR_PYTHON; }
 ::testing::AssertionResult HavePythonCryptography() {
     return HaveCommand(Python() + " -c 'import cryptography.x509.ocsp'",
                        "Python 3 with the cryptography package", "python3-cryptography");
+}
+
+bool OpensslVerifiesRequest(const Velmor::CBlob& request, const Velmor::CBlob& signer) {
+    const unsigned char* p = request.pbData();
+    const std::unique_ptr<OCSP_REQUEST, decltype(&OCSP_REQUEST_free)> parsed(
+        d2i_OCSP_REQUEST(nullptr, &p, static_cast<long>(request.cbData())), OCSP_REQUEST_free);
+    p = signer.pbData();
+    const std::unique_ptr<X509, decltype(&X509_free)> certificate(
+        d2i_X509(nullptr, &p, static_cast<long>(signer.cbData())), X509_free);
+    if (!parsed || !certificate) {
+        return false;
+    }
+    STACK_OF(X509)* certs = sk_X509_new_null();
+    sk_X509_push(certs, certificate.get());
+    X509_STORE* store = X509_STORE_new();
+    const int result =
+        OCSP_request_verify(parsed.get(), certs, store, OCSP_NOINTERN | OCSP_NOVERIFY);
+    X509_STORE_free(store);
+    sk_X509_free(certs);
+    return result == 1;
 }
 
 ::testing::AssertionResult ThrowsHResult(const std::function<void()>& body,

@@ -53,6 +53,11 @@ std::string WriteTempFile(const Bytes& bytes, std::string_view name);
 // The command prefix that runs the Python interpreter the build found.
 std::string Python();
 
+// OpenSSL's verdict on the signature of a DER request, with the signer's DER certificate
+// given (the signature only, not the certificate's chain); false for bytes OpenSSL does not
+// read as a request or certificate.
+bool OpensslVerifiesRequest(const Velmor::CBlob& request, const Velmor::CBlob& signer);
+
 } // namespace velmor_test
 
 namespace velmor_test {

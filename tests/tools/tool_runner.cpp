@@ -1,0 +1,121 @@
+#include "tools/tool_runner.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace velmor_test {
+
+namespace {
+
+std::string Slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string Quoted(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+} // namespace
+
+std::string ScratchPath(const std::string& name) {
+    // WriteTempFile makes the directory and owns its removal.
+    const std::string path = WriteTempFile({}, name);
+    std::remove(path.c_str());
+    return path;
+}
+
+std::string Pki(const std::string& family, const std::string& file) {
+    return DataPath("pki/" + family + "/" + file);
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = text.find('\n', start);
+        lines.push_back(text.substr(start, end - start));
+        if (end == std::string::npos) {
+            break;
+        }
+        start = end + 1;
+    }
+    return lines;
+}
+
+ToolRun RunTool(const std::vector<std::string>& args) {
+    static int counter = 0;
+    const std::string outPath = ScratchPath("tool-out-" + std::to_string(++counter));
+    const std::string errPath = outPath + ".err";
+    std::vector<std::string> argv{VELMOR_TOOL};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<char*> pointers;
+    for (std::string& arg : argv) {
+        pointers.push_back(arg.data());
+    }
+    pointers.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
+    pid_t child = 0;
+    ToolRun run;
+    const int spawned =
+        posix_spawn(&child, VELMOR_TOOL, &actions, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) {
+        ADD_FAILURE() << "cannot start " << VELMOR_TOOL;
+        return run;
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.out = Slurp(outPath);
+    run.err = Slurp(errPath);
+    std::remove(outPath.c_str());
+    std::remove(errPath.c_str());
+    return run;
+}
+
+ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
+                   const std::string& out, const std::vector<std::string>& more) {
+    std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
+    for (const std::string& leaf : leaves) {
+        args.push_back("--cert");
+        args.push_back(Pki(family, leaf + ".der"));
+    }
+    args.insert(args.end(), more.begin(), more.end());
+    args.push_back("--out");
+    args.push_back(out);
+    return RunTool(args);
+}
+
+int RunPython(const std::string& script, const std::vector<std::string>& args,
+              std::string* output) {
+    static int counter = 0;
+    const std::string path =
+        WriteTempFile(Text(script), "script-" + std::to_string(++counter) + ".py");
+    // Newer cryptography releases warn about properties that older ones only have.
+    std::string command = Python() + " -W ignore " + Quoted(path);
+    for (const std::string& arg : args) {
+        command += " " + Quoted(arg);
+    }
+    return RunCommand(command + " 2>&1", output);
+}
+
+} // namespace velmor_test

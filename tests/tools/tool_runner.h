@@ -1,0 +1,41 @@
+// Runs the built velmor-ocsp program as a child process and collects what it did.
+#ifndef VELMOR_TESTS_TOOLS_TOOL_RUNNER_H
+#define VELMOR_TESTS_TOOLS_TOOL_RUNNER_H
+
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace velmor_test {
+
+struct ToolRun {
+    int exitCode = -1; // -1 when the program did not exit normally (a crash)
+    std::string out;
+    std::string err;
+};
+
+// Runs velmor-ocsp with args, standard input from /dev/null.
+ToolRun RunTool(const std::vector<std::string>& args);
+
+// velmor-ocsp request about leaves of a family ("rsa" or "ec", the DER files) under the
+// family's intermediate CA, with more options, written to out.
+ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
+                   const std::string& out, const std::vector<std::string>& more = {});
+
+// A path for a file in a directory of this test process (removed when the process ends).
+std::string ScratchPath(const std::string& name);
+
+// The fixture PKI files of a family ("rsa" or "ec").
+std::string Pki(const std::string& family, const std::string& file);
+
+// The lines of a text, without their line ends.
+std::vector<std::string> Lines(const std::string& text);
+
+// Runs a Python script (given as text) with the interpreter the build found; returns its
+// exit status and fills its standard output (its standard error goes there too).
+int RunPython(const std::string& script, const std::vector<std::string>& args, std::string* output);
+
+} // namespace velmor_test
+
+#endif
