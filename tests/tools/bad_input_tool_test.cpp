@@ -13,23 +13,6 @@ using namespace velmor_test;
 
 namespace {
 
-struct BadInput {
-    std::vector<std::string> args;
-    int exitCode;
-    std::string message; // the whole line, without "velmor-ocsp: " and the line end
-};
-
-void ExpectOneLine(const BadInput& c) {
-    std::string command;
-    for (const std::string& arg : c.args) {
-        command += " " + arg;
-    }
-    SCOPED_TRACE(command);
-    const ToolRun run = RunTool(c.args);
-    EXPECT_EQ(run.exitCode, c.exitCode) << run.err;
-    EXPECT_EQ(run.err, "velmor-ocsp: " + c.message + "\n");
-}
-
 const std::string kAsn1 = "CRYPT_E_ASN1_INTERNAL (0x80093101)";
 const std::string kBadKeyset = "NTE_BAD_KEYSET (0x80090016)";
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -92,6 +93,17 @@ ToolRun RunTool(const std::vector<std::string>& args) {
     return run;
 }
 
+void ExpectOneLine(const BadInput& c) {
+    std::string command;
+    for (const std::string& arg : c.args) {
+        command += " " + arg;
+    }
+    SCOPED_TRACE(command);
+    const ToolRun run = RunTool(c.args);
+    EXPECT_EQ(run.exitCode, c.exitCode) << run.err;
+    EXPECT_EQ(run.err, "velmor-ocsp: " + c.message + "\n");
+}
+
 ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
                    const std::string& out, const std::vector<std::string>& more) {
     std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
@@ -103,6 +115,36 @@ ToolRun RunRequest(const std::string& family, const std::vector<std::string>& le
     args.push_back("--out");
     args.push_back(out);
     return RunTool(args);
+}
+
+std::string IsoTime(std::time_t time) {
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+std::string WithIsoTimes(const std::string& opensslText) {
+    static const std::regex kTime("(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) ([ 0-9][0-9]) "
+                                  "([0-9][0-9]):([0-9][0-9]):([0-9][0-9]) ([0-9]{4}) GMT");
+    static const std::string kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    std::string out;
+    auto from = opensslText.cbegin();
+    for (std::sregex_iterator it(opensslText.begin(), opensslText.end(), kTime), end; it != end;
+         ++it) {
+        const std::smatch& m = *it;
+        out.append(from, m[0].first);
+        const int month = static_cast<int>(kMonths.find(m[1].str()) / 3) + 1;
+        char text[32];
+        std::snprintf(text, sizeof text, "%s-%02d-%02dT%s:%s:%sZ", m[6].str().c_str(), month,
+                      std::stoi(m[2].str()), m[3].str().c_str(), m[4].str().c_str(),
+                      m[5].str().c_str());
+        out += text;
+        from = m[0].second;
+    }
+    out.append(from, opensslText.cend());
+    return out;
 }
 
 int RunPython(const std::string& script, const std::vector<std::string>& args,
