@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
     application.require_subcommand(1);
     const std::vector<Command> commands = {
         AddRequestCommand(application), AddRespondCommand(application), AddShowCommand(application),
-        AddVerifyCommand(application)};
+        AddVerifyCommand(application), AddQueryCommand(application)};
     for (const Command& command : commands) {
         command.app->footer(kExitCodeHelp);
     }
