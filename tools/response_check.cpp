@@ -47,14 +47,7 @@ CBasicResponse BasicResponseOf(const std::string& source, const CBlob& der) {
                              (name != nullptr ? std::string(name) : type) +
                              ", not a basic OCSP response");
     }
-    CBasicResponse basic;
-    try {
-        basic.decode(*response.get_response());
-    } catch (const ATL::CAtlException& e) {
-        FailFile(source,
-                 std::string("holds a basic response that does not decode (") + e.what() + ")");
-    }
-    return basic;
+    return DecodeBasicResponse(source, *response.get_response());
 }
 
 std::string Report(const std::string& path, const CValidationResult& result, Outcome& outcome) {

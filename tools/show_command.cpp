@@ -303,14 +303,7 @@ Report ResponseReport(const CResponseMessage& response, const std::string& path)
         report.octets("response", "response", *response.get_response());
         return report;
     }
-    CBasicResponse basic;
-    try {
-        basic.decode(*response.get_response());
-    } catch (const ATL::CAtlException& e) {
-        FailFile(path,
-                 std::string("holds a basic response that does not decode (") + e.what() + ")");
-    }
-    AddBasicResponse(report, basic);
+    AddBasicResponse(report, DecodeBasicResponse(path, *response.get_response()));
     return report;
 }
 

@@ -55,18 +55,12 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-ToolRun RunTool(const std::vector<std::string>& args) {
-    static int counter = 0;
-    const std::string outPath = ScratchPath("tool-out-" + std::to_string(++counter));
-    const std::string errPath = outPath + ".err";
-    std::vector<std::string> argv{VELMOR_TOOL};
-    argv.insert(argv.end(), args.begin(), args.end());
+pid_t Spawn(std::vector<std::string> argv, const std::string& outPath, const std::string& errPath) {
     std::vector<char*> pointers;
     for (std::string& arg : argv) {
         pointers.push_back(arg.data());
     }
     pointers.push_back(nullptr);
-
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -75,11 +69,21 @@ ToolRun RunTool(const std::vector<std::string>& args) {
     posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0600);
     pid_t child = 0;
-    ToolRun run;
     const int spawned =
-        posix_spawn(&child, VELMOR_TOOL, &actions, nullptr, pointers.data(), environ);
+        posix_spawnp(&child, pointers.front(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
+    return spawned == 0 ? child : 0;
+}
+
+ToolRun RunTool(const std::vector<std::string>& args) {
+    static int counter = 0;
+    const std::string outPath = ScratchPath("tool-out-" + std::to_string(++counter));
+    const std::string errPath = outPath + ".err";
+    std::vector<std::string> argv{VELMOR_TOOL};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ToolRun run;
+    const pid_t child = Spawn(argv, outPath, errPath);
+    if (child == 0) {
         ADD_FAILURE() << "cannot start " << VELMOR_TOOL;
         return run;
     }

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "support/test_support.h"
@@ -15,6 +16,10 @@ struct ToolRun {
     std::string out;
     std::string err;
 };
+
+// Starts argv (argv[0] a path, or a program found on PATH) with standard input from
+// /dev/null and standard output and error written to the two files; 0 when it cannot start.
+pid_t Spawn(std::vector<std::string> argv, const std::string& outPath, const std::string& errPath);
 
 // Runs velmor-ocsp with args, standard input from /dev/null.
 ToolRun RunTool(const std::vector<std::string>& args);
