@@ -50,7 +50,8 @@ CBasicResponse BasicResponseOf(const std::string& source, const CBlob& der) {
     return DecodeBasicResponse(source, *response.get_response());
 }
 
-std::string Report(const std::string& path, const CValidationResult& result, Outcome& outcome) {
+std::string CertificateReport(const std::string& path, const CValidationResult& result,
+                              Outcome& outcome) {
     std::string text;
     if (const CSingleResponse* entry = result.get_entry()) {
         const CCertStatus& status = entry->get_certStatus();
@@ -145,7 +146,7 @@ int ResponseCheck::run(const std::string& source, const CBlob& der) const {
         } catch (const ATL::CAtlException& e) {
             FailFile(certificate.path, std::string("cannot be checked: ") + e.what());
         }
-        text += Report(certificate.path, result, outcome);
+        text += CertificateReport(certificate.path, result, outcome);
     }
     text += outcome.code() == kCheckFailed ? "Response verify FAILED\n" : "Response verify OK\n";
     std::fwrite(text.data(), 1, text.size(), stdout);
