@@ -2,7 +2,7 @@
 # Installs, with apt-get, the Debian packages that building and testing need and that are
 # missing. Pass "test" to include the test, benchmark and fuzzing tools.
 set -euo pipefail
-want=(cmake ninja-build g++ pkg-config libssl-dev openssl libcli11-dev)
+want=(cmake ninja-build g++ pkg-config libssl-dev openssl libcli11-dev libcpp-httplib-dev)
 if [[ ${1:-} == test ]]; then
   want+=(googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
     clang-format python3 python3-cryptography)

@@ -112,6 +112,20 @@ std::optional<CertificateFacts> ReadCertificateFacts(const CBlob& der) {
     return facts;
 }
 
+std::optional<std::string> OcspUrlOf(const CBlob& der) {
+    const Owned<X509> certificate = ParseCertificate(der);
+    if (!certificate) {
+        return std::nullopt;
+    }
+    STACK_OF(OPENSSL_STRING)* urls = X509_get1_ocsp(certificate.get());
+    std::optional<std::string> first;
+    if (sk_OPENSSL_STRING_num(urls) > 0) {
+        first = sk_OPENSSL_STRING_value(urls, 0);
+    }
+    X509_email_free(urls); // frees a list of strings, whatever they hold
+    return first;
+}
+
 bool IsIssuerOf(const CBlob& issuerCertificate, const CBlob& certificate) {
     const Owned<X509> issuer = ParseCertificate(issuerCertificate);
     const Owned<X509> subject = ParseCertificate(certificate);

@@ -27,6 +27,10 @@ struct CertificateFacts {
 // Null when der is not a certificate.
 std::optional<CertificateFacts> ReadCertificateFacts(const Velmor::CBlob& der);
 
+// The first OCSP responder URL of the certificate's authority information access extension
+// (DER certificate); null when it names none.
+std::optional<std::string> OcspUrlOf(const Velmor::CBlob& certificate);
+
 // True when issuerCertificate's subject and key identifier fit the issuer of certificate
 // (both DER certificates).
 bool IsIssuerOf(const Velmor::CBlob& issuerCertificate, const Velmor::CBlob& certificate);

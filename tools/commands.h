@@ -19,6 +19,8 @@ struct Command {
 Command AddRequestCommand(CLI::App& application);
 Command AddRespondCommand(CLI::App& application);
 Command AddShowCommand(CLI::App& application);
+Command AddVerifyCommand(CLI::App& application);
+Command AddQueryCommand(CLI::App& application);
 
 } // namespace VelmorTool
 

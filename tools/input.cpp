@@ -150,6 +150,17 @@ MessageFile ParseMessageFile(const std::string& path, const Bytes& bytes,
     return MessageFile{BlobOf(block.der), block.label};
 }
 
+Velmor::PKI::OCSP::CBasicResponse DecodeBasicResponse(const std::string& path, const CBlob& body) {
+    Velmor::PKI::OCSP::CBasicResponse basic;
+    try {
+        basic.decode(body);
+    } catch (const ATL::CAtlException& e) {
+        FailFile(path,
+                 std::string("holds a basic response that does not decode (") + e.what() + ")");
+    }
+    return basic;
+}
+
 std::vector<CBlob> ReadCertificates(const std::string& path) {
     const Unarmoured content = UnarmourFile(path, ReadFileBytes(path));
     std::vector<CBlob> certificates;

@@ -5,6 +5,7 @@
 
 #include "armour.h"
 
+#include <pki/ocsp/basic_response.h>
 #include <pki/ocsp/blob.h>
 #include <pki/ocsp/win32.h>
 
@@ -30,6 +31,11 @@ MessageFile ReadMessageFile(const std::string& path, const std::vector<std::stri
 MessageFile ParseMessageFile(const std::string& path, const Bytes& content,
                              const std::vector<std::string>& expectedLabels,
                              const std::string& what);
+
+// The basic response in the body of an OCSPResponse that path holds; one that does not
+// decode ends the command as a file error.
+Velmor::PKI::OCSP::CBasicResponse DecodeBasicResponse(const std::string& path,
+                                                      const Velmor::CBlob& body);
 
 // One X.509 certificate, PEM or DER, as DER. A PEM file must hold exactly one.
 Velmor::CBlob ReadCertificate(const std::string& path);

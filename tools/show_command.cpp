@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "exit_status.h"
 #include "input.h"
+#include "message_text.h"
 #include "report.h"
 
 #include <CLI/CLI.hpp>
@@ -34,52 +35,9 @@ std::string Named(const std::string& oid) {
     return name != nullptr ? std::string(name) + " (" + oid + ")" : oid;
 }
 
-// 2026-01-31T12:00:00Z, with the fraction of a second when there is one.
-std::string TimeText(const CDateTime& time) {
-    std::string text;
-    try {
-        text = time.ToGeneralizedTime(true);
-    } catch (const ATL::CAtlException&) {
-        return std::to_string(time.seconds()) + " seconds after 1970";
-    }
-    // YYYYMMDDHHMMSS[.f]Z
-    return text.substr(0, 4) + "-" + text.substr(4, 2) + "-" + text.substr(6, 2) + "T" +
-           text.substr(8, 2) + ":" + text.substr(10, 2) + ":" + text.substr(12);
-}
-
 std::string NameOrHex(const CBlob& der) {
     const auto name = NameText(der);
     return name ? *name : "not a Name: " + Hex(der);
-}
-
-const char* StatusName(ResponseStatus status) {
-    switch (status) {
-    case successful:
-        return "successful";
-    case malformedRequest:
-        return "malformedRequest";
-    case internalError:
-        return "internalError";
-    case tryLater:
-        return "tryLater";
-    case sigRequired:
-        return "sigRequired";
-    case unauthorized:
-        return "unauthorized";
-    }
-    return nullptr;
-}
-
-std::string ReasonName(ASN1::CrlReason reason) {
-    static const char* const kNames[] = {
-        "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
-        "superseded",    "cessationOfOperation", "certificateHold", nullptr,
-        "removeFromCRL", "privilegeWithdrawn",   "aACompromise"};
-    const auto value = static_cast<std::int32_t>(reason);
-    if (value >= 0 && value <= 10 && kNames[value] != nullptr) {
-        return kNames[value];
-    }
-    return "reason " + std::to_string(value);
 }
 
 Report Algorithm(const std::string& key, const std::string& label,
@@ -335,10 +293,7 @@ Report ResponseReport(const CResponseMessage& response, const std::string& path)
     Report report = Report::Group("", "OCSP response");
     report.jsonText("message", "response");
     const ResponseStatus status = response.get_responseStatus();
-    const char* name = StatusName(status);
-    report.number("responseStatus", "status", status,
-                  name != nullptr ? std::string(name) + " (" + std::to_string(status) + ")"
-                                  : std::to_string(status));
+    report.number("responseStatus", "status", status, StatusText(status));
     if (response.get_response() == nullptr) {
         return report;
     }
@@ -348,14 +303,7 @@ Report ResponseReport(const CResponseMessage& response, const std::string& path)
         report.octets("response", "response", *response.get_response());
         return report;
     }
-    CBasicResponse basic;
-    try {
-        basic.decode(*response.get_response());
-    } catch (const ATL::CAtlException& e) {
-        FailFile(path,
-                 std::string("holds a basic response that does not decode (") + e.what() + ")");
-    }
-    AddBasicResponse(report, basic);
+    AddBasicResponse(report, DecodeBasicResponse(path, *response.get_response()));
     return report;
 }
 

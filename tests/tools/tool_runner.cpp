@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -54,18 +55,12 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-ToolRun RunTool(const std::vector<std::string>& args) {
-    static int counter = 0;
-    const std::string outPath = ScratchPath("tool-out-" + std::to_string(++counter));
-    const std::string errPath = outPath + ".err";
-    std::vector<std::string> argv{VELMOR_TOOL};
-    argv.insert(argv.end(), args.begin(), args.end());
+pid_t Spawn(std::vector<std::string> argv, const std::string& outPath, const std::string& errPath) {
     std::vector<char*> pointers;
     for (std::string& arg : argv) {
         pointers.push_back(arg.data());
     }
     pointers.push_back(nullptr);
-
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -74,11 +69,21 @@ ToolRun RunTool(const std::vector<std::string>& args) {
     posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0600);
     pid_t child = 0;
-    ToolRun run;
     const int spawned =
-        posix_spawn(&child, VELMOR_TOOL, &actions, nullptr, pointers.data(), environ);
+        posix_spawnp(&child, pointers.front(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
+    return spawned == 0 ? child : 0;
+}
+
+ToolRun RunTool(const std::vector<std::string>& args) {
+    static int counter = 0;
+    const std::string outPath = ScratchPath("tool-out-" + std::to_string(++counter));
+    const std::string errPath = outPath + ".err";
+    std::vector<std::string> argv{VELMOR_TOOL};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ToolRun run;
+    const pid_t child = Spawn(argv, outPath, errPath);
+    if (child == 0) {
         ADD_FAILURE() << "cannot start " << VELMOR_TOOL;
         return run;
     }
@@ -92,6 +97,17 @@ ToolRun RunTool(const std::vector<std::string>& args) {
     return run;
 }
 
+void ExpectOneLine(const BadInput& c) {
+    std::string command;
+    for (const std::string& arg : c.args) {
+        command += " " + arg;
+    }
+    SCOPED_TRACE(command);
+    const ToolRun run = RunTool(c.args);
+    EXPECT_EQ(run.exitCode, c.exitCode) << run.err;
+    EXPECT_EQ(run.err, "velmor-ocsp: " + c.message + "\n");
+}
+
 ToolRun RunRequest(const std::string& family, const std::vector<std::string>& leaves,
                    const std::string& out, const std::vector<std::string>& more) {
     std::vector<std::string> args{"request", "--issuer", Pki(family, "inter.pem")};
@@ -103,6 +119,36 @@ ToolRun RunRequest(const std::string& family, const std::vector<std::string>& le
     args.push_back("--out");
     args.push_back(out);
     return RunTool(args);
+}
+
+std::string IsoTime(std::time_t time) {
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+std::string WithIsoTimes(const std::string& opensslText) {
+    static const std::regex kTime("(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) ([ 0-9][0-9]) "
+                                  "([0-9][0-9]):([0-9][0-9]):([0-9][0-9]) ([0-9]{4}) GMT");
+    static const std::string kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    std::string out;
+    auto from = opensslText.cbegin();
+    for (std::sregex_iterator it(opensslText.begin(), opensslText.end(), kTime), end; it != end;
+         ++it) {
+        const std::smatch& m = *it;
+        out.append(from, m[0].first);
+        const int month = static_cast<int>(kMonths.find(m[1].str()) / 3) + 1;
+        char text[32];
+        std::snprintf(text, sizeof text, "%s-%02d-%02dT%s:%s:%sZ", m[6].str().c_str(), month,
+                      std::stoi(m[2].str()), m[3].str().c_str(), m[4].str().c_str(),
+                      m[5].str().c_str());
+        out += text;
+        from = m[0].second;
+    }
+    out.append(from, opensslText.cend());
+    return out;
 }
 
 int RunPython(const std::string& script, const std::vector<std::string>& args,

@@ -2,7 +2,9 @@
 #ifndef VELMOR_TESTS_TOOLS_TOOL_RUNNER_H
 #define VELMOR_TESTS_TOOLS_TOOL_RUNNER_H
 
+#include <ctime>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "support/test_support.h"
@@ -15,8 +17,21 @@ struct ToolRun {
     std::string err;
 };
 
+// Starts argv (argv[0] a path, or a program found on PATH) with standard input from
+// /dev/null and standard output and error written to the two files; 0 when it cannot start.
+pid_t Spawn(std::vector<std::string> argv, const std::string& outPath, const std::string& errPath);
+
 // Runs velmor-ocsp with args, standard input from /dev/null.
 ToolRun RunTool(const std::vector<std::string>& args);
+
+// A command that must fail: its exit code and the one line it writes on stderr.
+struct BadInput {
+    std::vector<std::string> args;
+    int exitCode;
+    std::string message; // the whole line, without "velmor-ocsp: " and the line end
+};
+// Runs c.args and expects c.exitCode, that line and nothing else on stderr.
+void ExpectOneLine(const BadInput& c);
 
 // velmor-ocsp request about leaves of a family ("rsa" or "ec", the DER files) under the
 // family's intermediate CA, with more options, written to out.
@@ -31,6 +46,12 @@ std::string Pki(const std::string& family, const std::string& file);
 
 // The lines of a text, without their line ends.
 std::vector<std::string> Lines(const std::string& text);
+
+// A time as the program prints it: 2026-01-31T12:00:00Z.
+std::string IsoTime(std::time_t time);
+// The text with every time that `openssl ocsp` prints ("Jan  1 00:00:00 2026 GMT") written
+// as the program prints times.
+std::string WithIsoTimes(const std::string& opensslText);
 
 // Runs a Python script (given as text) with the interpreter the build found; returns its
 // exit status and fills its standard output (its standard error goes there too).
