@@ -2,6 +2,7 @@
 
 #include "trace/trace_guard.h"
 
+#include <algorithm>
 #include <cstring>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
@@ -12,6 +13,13 @@ namespace Velmor::Codec {
 
 namespace {
 thread_local Failure t_lastFailure;
+
+// text into out, cut to fit, always terminated.
+template <std::size_t N> void CopyCut(char (&out)[N], const char* text) noexcept {
+    const std::size_t length = std::min(std::strlen(text), N - 1);
+    std::memcpy(out, text, length);
+    out[length] = '\0';
+}
 } // namespace
 
 const Failure& LastFailure() noexcept { return t_lastFailure; }
@@ -20,9 +28,8 @@ void ThrowFailure(const ASN1MessageBuffer& buffer, int status) {
     const ASN1CTXT* ctxt = buffer.getCtxtPtr();
     t_lastFailure.status = ctxt->status != ASN_OK ? ctxt->status : status;
     t_lastFailure.offset = ctxt->errOffset;
-    std::strncpy(t_lastFailure.detail, rtErrDetail(ctxt), sizeof t_lastFailure.detail - 1);
-    std::strncpy(t_lastFailure.path, ctxt->status != ASN_OK ? ctxt->errPath : "",
-                 sizeof t_lastFailure.path - 1);
+    CopyCut(t_lastFailure.detail, rtErrDetail(ctxt));
+    CopyCut(t_lastFailure.path, ctxt->status != ASN_OK ? ctxt->errPath : "");
     if (Trace::Enabled(1)) {
         Trace::ThrowDetailed(CRYPT_E_ASN1_INTERNAL, DescribeFailure(buffer, status));
     }
