@@ -1,7 +1,6 @@
 #include "responder.h"
 
 #include "algorithms.h"
-#include "certificate.h"
 
 #include <CLI/CLI.hpp>
 #include <pki/ocsp/atl_exception.h>
@@ -102,6 +101,11 @@ Responder::Responder(const ResponderOptions& options)
             m_certificates.push_back(certificate);
         }
     }
+    for (const std::string& name : HashNames()) {
+        if (auto hashes = IssuerHashesOf(m_ca, HashOid(name))) {
+            m_caHashes.emplace_back(HashOid(name), std::move(*hashes));
+        }
+    }
     // A signature over an answer about nothing shows that the key fits the certificate
     // before anyone is answered.
     auto key = std::make_unique<SigningKey>(options.key);
@@ -146,6 +150,16 @@ CBlob Responder::sign(CBasicResponse& basic) const {
     return basic.encode();
 }
 
+bool Responder::namesCa(const CCertID& id) const {
+    const std::string_view oid = id.get_hashAlgorithm().get_algorithm();
+    for (const auto& [known, hashes] : m_caHashes) {
+        if (oid == known) {
+            return hashes.name == id.get_issuerNameHash() && hashes.key == id.get_issuerKeyHash();
+        }
+    }
+    return NamesIssuer(id, m_ca); // a hash the options do not offer
+}
+
 Answer Responder::answer(const CRequestMessage& request, const CaIndex& index,
                          const CDateTime& now) const {
     Answer result;
@@ -159,7 +173,7 @@ Answer Responder::answer(const CRequestMessage& request, const CaIndex& index,
     CSingleResponseList entries;
     for (const CSingleRequest& entry : request.get_requestList()) {
         const CCertID* id = entry.get_reqCert().get_certID();
-        const bool ours = id != nullptr && NamesIssuer(*id, m_ca);
+        const bool ours = id != nullptr && namesCa(*id);
         anyOfThisCa = anyOfThisCa || ours;
         const CCertStatus status = StatusOf(ours ? index.find(id->get_serialNumber()) : nullptr);
         outcome.add(status.get_type());

@@ -4,6 +4,7 @@
 #define VELMOR_TOOLS_RESPONDER_H
 
 #include "ca_index.h"
+#include "certificate.h"
 #include "exit_status.h"
 #include "input.h"
 
@@ -89,11 +90,15 @@ class Responder {
     std::unique_ptr<SigningKey> takeKey() const;
     void returnKey(std::unique_ptr<SigningKey> key) const;
     Velmor::CBlob sign(Velmor::PKI::OCSP::CBasicResponse& basic) const;
+    // True when id names the CA by its name and key hashes.
+    bool namesCa(const Velmor::PKI::OCSP::CCertID& id) const;
 
     ResponderOptions m_options;
     Velmor::CBlob m_ca;
     Velmor::CBlob m_signer;
     Velmor::CBlobList m_certificates;
+    // The CA's hashes for each hash the options know, worked out once.
+    std::vector<std::pair<std::string, IssuerHashes>> m_caHashes;
     KeyType m_keyType = KeyType::rsa;
     mutable std::mutex m_keysMutex;
     mutable std::vector<std::unique_ptr<SigningKey>> m_idleKeys;
