@@ -19,6 +19,8 @@ struct Command {
 Command AddRequestCommand(CLI::App& application);
 Command AddRespondCommand(CLI::App& application);
 Command AddShowCommand(CLI::App& application);
+Command AddServeCommand(CLI::App& application);
+Command AddPresignCommand(CLI::App& application);
 
 } // namespace VelmorTool
 

@@ -34,9 +34,9 @@ int main(int argc, char** argv) {
     application.set_version_flag("--version", VersionText());
     application.footer(kExitCodeHelp);
     application.require_subcommand(1);
-    const std::vector<Command> commands = {AddRequestCommand(application),
-                                           AddRespondCommand(application),
-                                           AddShowCommand(application)};
+    const std::vector<Command> commands = {
+        AddRequestCommand(application), AddRespondCommand(application), AddShowCommand(application),
+        AddServeCommand(application), AddPresignCommand(application)};
     for (const Command& command : commands) {
         command.app->footer(kExitCodeHelp);
     }
