@@ -9,12 +9,14 @@
 #include <CLI/CLI.hpp>
 #include <httplib.h>
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <pthread.h>
 #include <string>
 #include <string_view>
@@ -39,6 +41,8 @@ constexpr const char* kResponseType = "application/ocsp-response";
 // What a kept-alive connection may ask before the server closes it, so that queued
 // connections get their turn.
 constexpr std::size_t kRequestsPerConnection = 100;
+// How long a stopping server waits for the connections still open.
+constexpr std::chrono::seconds kStopGrace{1};
 // A POST's path is not read, only matched; a longer one is refused before it is.
 constexpr std::size_t kMostPostTarget = 2048;
 
@@ -247,6 +251,12 @@ int Run(const ServeOptions& options) {
     server.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
     server.set_keep_alive_max_count(kRequestsPerConnection);
     server.set_tcp_nodelay(true);
+    // cpp-httplib's default would also set SO_REUSEPORT, letting a second server share the
+    // port unnoticed.
+    server.set_socket_options([](int socket) {
+        const int on = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    });
     server.set_pre_routing_handler(
         [&responder](const httplib::Request& request, httplib::Response& response) {
             if (request.method == "GET" || request.method == "HEAD") {
@@ -287,20 +297,39 @@ int Run(const ServeOptions& options) {
                                         " (address in use, not local or not allowed)");
     }
 
-    std::atomic<bool> stopped{false};
-    std::thread waiter([&server, &stopped, &stopSignals] {
+    // On a stopping signal the server stops accepting and lets the requests under way
+    // finish; connections still open after a moment (kept alive and idle, or a client
+    // that stalls halfway) are not waited for.
+    std::mutex mutex;
+    std::condition_variable listening;
+    bool done = false;
+    bool stopped = false;
+    std::thread waiter([&] {
         int signal = 0;
         sigwait(&stopSignals, &signal);
+        std::unique_lock<std::mutex> lock(mutex);
+        if (done) {
+            return; // woken by the main thread: the server ended by itself
+        }
         stopped = true;
         server.stop();
+        if (!listening.wait_for(lock, kStopGrace, [&] { return done; })) {
+            std::fflush(stdout);
+            std::_Exit(kAllGood);
+        }
     });
     std::printf("velmor-ocsp: serving %s with %u workers\n", UrlOf(options.bind, port).c_str(),
                 workers);
     std::fflush(stdout);
     server.listen_after_bind(); // until stopped
-    if (!stopped) {
-        pthread_kill(waiter.native_handle(), SIGTERM); // ends the wait
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        done = true;
+        if (!stopped) {
+            pthread_kill(waiter.native_handle(), SIGTERM); // ends the wait
+        }
     }
+    listening.notify_all();
     waiter.join();
     return stopped ? kAllGood : kFileError;
 }
