@@ -281,8 +281,13 @@ TEST(BadInputTool, BadCommandLinesAreUsageErrors) {
 }
 
 TEST(BadInputTool, HelpListsTheExitCodes) {
-    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-             {"--help"}, {"request", "--help"}, {"respond", "--help"}, {"show", "--help"}}) {
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"--help"},
+                                               {"request", "--help"},
+                                               {"respond", "--help"},
+                                               {"show", "--help"},
+                                               {"serve", "--help"},
+                                               {"presign", "--help"}}) {
         const ToolRun run = RunTool(args);
         EXPECT_EQ(run.exitCode, 0);
         EXPECT_NE(run.out.find("Exit codes:\n"
