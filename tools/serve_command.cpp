@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <httplib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -33,7 +34,7 @@ struct ServeOptions {
     ResponderOptions responder;
     int port = 0;
     std::string bind = "127.0.0.1";
-    unsigned threads = 0; // 0: one per core
+    unsigned threads = 0; // 0: Workers() decides
     std::size_t maxBody = 8192;
 };
 
@@ -41,6 +42,8 @@ constexpr const char* kResponseType = "application/ocsp-response";
 // What a kept-alive connection may ask before the server closes it, so that queued
 // connections get their turn.
 constexpr std::size_t kRequestsPerConnection = 100;
+// The workers when --threads does not say: so many, or one per core on larger machines.
+constexpr unsigned kLeastWorkers = 8;
 // How long a stopping server waits for the connections still open.
 constexpr std::chrono::seconds kStopGrace{1};
 // A POST's path is not read, only matched; a longer one is refused before it is.
@@ -221,12 +224,14 @@ httplib::Server::HandlerResponse DescribeError(const httplib::Request&,
     return httplib::Server::HandlerResponse::Handled;
 }
 
+// cpp-httplib's workers each serve one connection at a time, idle time of a kept-alive one
+// included: the pool is sized for the clients that are connected at once, not for the cores
+// (signing is the only work that keeps a worker busy).
 unsigned Workers(const ServeOptions& options) {
     if (options.threads != 0) {
         return options.threads;
     }
-    const unsigned cores = std::thread::hardware_concurrency();
-    return cores != 0 ? cores : 1;
+    return std::max(kLeastWorkers, std::thread::hardware_concurrency());
 }
 
 std::string UrlOf(const std::string& host, int port) {
@@ -350,8 +355,8 @@ Command AddServeCommand(CLI::App& application) {
                         "answer is signed when asked)");
     command
         ->add_option("--threads", options->threads,
-                     "Worker threads, each serving one connection at a time (default: one "
-                     "per core)")
+                     "Worker threads, each serving one connection at a time, kept-alive and "
+                     "idle ones included (default: 8, or one per core if there are more)")
         ->check(CLI::Range(1u, 4096u));
     command->add_option("--max-body", options->maxBody, "Largest request body accepted, in bytes")
         ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 24))
