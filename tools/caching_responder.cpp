@@ -45,7 +45,9 @@ std::shared_ptr<const Reply> ReplyOf(const Answer& answer) {
         if (answer.nextUpdate) {
             reply->nextUpdate = answer.nextUpdate->seconds();
         }
-        reply->etag = EntityTag(answer.der);
+        if (!answer.nonce) {
+            reply->etag = EntityTag(answer.der); // an answer for one client is not kept
+        }
     }
     return reply;
 }

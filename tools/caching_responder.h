@@ -37,7 +37,8 @@ struct Reply {
     std::int64_t thisUpdate = 0;
     std::optional<std::int64_t> nextUpdate;
     bool nonce = false;
-    std::string etag; // "hex of the SHA-1 of der", quotes included; successful answers only
+    // "hex of the SHA-1 of der", quotes included; for successful answers without nonce only
+    std::string etag;
 };
 
 class CachingResponder {

@@ -95,6 +95,8 @@ Answer ErrorAnswer(ResponseStatus status) {
 Responder::Responder(const ResponderOptions& options)
     : m_options(options), m_ca(ReadCertificate(options.ca)),
       m_signer(ReadCertificate(options.signer)) {
+    m_responderId = CResponderID::fromCert(
+        options.byKey ? CResponderID::byKey : CResponderID::byName, m_signer);
     m_certificates.push_back(m_signer);
     if (!options.otherCertificates.empty()) {
         for (const CBlob& certificate : ReadCertificates(options.otherCertificates)) {
@@ -111,7 +113,7 @@ Responder::Responder(const ResponderOptions& options)
     auto key = std::make_unique<SigningKey>(options.key);
     m_keyType = key->type();
     returnKey(std::move(key));
-    CBasicResponse probe(CDateTime(0, 0), CResponderID::fromCert(CResponderID::byName, m_signer));
+    CBasicResponse probe(CDateTime(0, 0), m_responderId);
     sign(probe);
     if (!probe.verify(m_signer)) {
         FailFile(options.key, "is not the key of the responder certificate " + options.signer);
@@ -187,9 +189,7 @@ Answer Responder::answer(const CRequestMessage& request, const CaIndex& index,
         return ErrorAnswer(unauthorized);
     }
 
-    CBasicResponse basic(
-        now, CResponderID::fromCert(m_options.byKey ? CResponderID::byKey : CResponderID::byName,
-                                    m_signer));
+    CBasicResponse basic(now, m_responderId);
     basic.put_responses(entries);
     if (const ASN1::CExtensions* extensions = request.get_requestExtensions()) {
         if (const ASN1::CExtension* nonce = extensions->find(kNonceOid)) {

@@ -97,6 +97,7 @@ class Responder {
     Velmor::CBlob m_ca;
     Velmor::CBlob m_signer;
     Velmor::CBlobList m_certificates;
+    Velmor::PKI::OCSP::CResponderID m_responderId;
     // The CA's hashes for each hash the options know, worked out once.
     std::vector<std::pair<std::string, IssuerHashes>> m_caHashes;
     KeyType m_keyType = KeyType::rsa;
