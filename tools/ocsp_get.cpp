@@ -1,26 +1,16 @@
 #include "ocsp_get.h"
 
+#include <cctype>
+
 namespace VelmorTool {
 
 namespace {
 
-int HexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
+bool IsBase64(char c) noexcept {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '/';
 }
 
-bool IsBase64(char c) noexcept {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
-           c == '/';
-}
+bool IsHex(char c) noexcept { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
 
 } // namespace
 
@@ -54,12 +44,10 @@ std::optional<Bytes> RequestFromGetPath(std::string_view path) {
     for (std::size_t i = 0; i < path.size(); ++i) {
         char c = path[i];
         if (c == '%') {
-            const int high = i + 2 < path.size() ? HexDigit(path[i + 1]) : -1;
-            const int low = i + 2 < path.size() ? HexDigit(path[i + 2]) : -1;
-            if (high < 0 || low < 0) {
+            if (i + 2 >= path.size() || !IsHex(path[i + 1]) || !IsHex(path[i + 2])) {
                 return std::nullopt;
             }
-            c = static_cast<char>(high * 16 + low);
+            c = static_cast<char>(std::stoi(std::string(path.substr(i + 1, 2)), nullptr, 16));
             i += 2;
         }
         if (padded && c != '=') {
