@@ -256,6 +256,9 @@ int Run(const ServeOptions& options) {
     server.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
     server.set_keep_alive_max_count(kRequestsPerConnection);
     server.set_tcp_nodelay(true);
+    // The POST handler counts the body itself; this bounds what cpp-httplib would read on
+    // its own.
+    server.set_payload_max_length(options.maxBody);
     // cpp-httplib's default would also set SO_REUSEPORT, letting a second server share the
     // port unnoticed.
     server.set_socket_options([](int socket) {
@@ -277,7 +280,7 @@ int Run(const ServeOptions& options) {
             Refuse(response, request.method == "POST" ? 414 : 405);
             return httplib::Server::HandlerResponse::Handled;
         });
-    server.Post(".*",
+    server.Post("[\\s\\S]*", // any path, control characters included
                 [&responder, &options](const httplib::Request& request, httplib::Response& response,
                                        const httplib::ContentReader& reader) {
                     AnswerPost(responder, options.maxBody, request, response, reader);

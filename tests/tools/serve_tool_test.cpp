@@ -255,6 +255,12 @@ TEST(ServeTool, BadRequestsAreAnsweredWithOcspOrHttpErrors) {
         const HttpReply fine = connection.exchange(Post(RequestBytes("rsa", {"leaf"})));
         EXPECT_EQ(fine.status, 200);
         EXPECT_TRUE(ReadResponse(fine.body, "rsa").verified);
+        // A POST's path does not matter, whatever it holds.
+        std::string elsewhere = Post(RequestBytes("rsa", {"leaf"}));
+        elsewhere.replace(0, 6, "POST /ocsp/a%0Ab%00 ");
+        const HttpReply other = connection.exchange(elsewhere);
+        EXPECT_EQ(other.status, 200);
+        EXPECT_TRUE(ReadResponse(other.body, "rsa").verified);
     }
     struct Refusal {
         std::string what;
