@@ -8,7 +8,6 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
