@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, the Debian packages that building and testing need and that are
-# missing. Pass "test" to include the test, benchmark and fuzzing tools.
+# missing. Pass "test" to include the test, benchmark and fuzzing tools, "bench" to include
+# the HTTP load generators that bench/http-bench.sh drives.
 set -euo pipefail
 want=(cmake ninja-build g++ pkg-config libssl-dev openssl libcli11-dev libcpp-httplib-dev)
 if [[ ${1:-} == test ]]; then
   want+=(googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
     clang-format python3 python3-cryptography)
+fi
+if [[ ${1:-} == bench ]]; then
+  want+=(apache2-utils wrk)
 fi
 
 missing=()

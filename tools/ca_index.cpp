@@ -167,4 +167,13 @@ const IndexEntry* CaIndex::find(const Velmor::ASN1::CBigInteger& serial) const {
     return entry == m_entries.end() ? nullptr : &entry->second;
 }
 
+std::vector<std::string> CaIndex::serials() const {
+    std::vector<std::string> serials;
+    serials.reserve(m_entries.size());
+    for (const auto& entry : m_entries) {
+        serials.push_back(entry.first);
+    }
+    return serials;
+}
+
 } // namespace VelmorTool

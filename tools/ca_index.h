@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace VelmorTool {
 
@@ -28,6 +29,8 @@ class CaIndex {
     explicit CaIndex(const std::string& path);
     // The entry of a serial number, or null. Serials compare as numbers: "0A" names 10.
     const IndexEntry* find(const Velmor::ASN1::CBigInteger& serial) const;
+    // Every serial number of the index once, in upper-case hex without leading zeros.
+    std::vector<std::string> serials() const;
 
   private:
     std::map<std::string, IndexEntry> m_entries; // by upper-case hex without leading zeros

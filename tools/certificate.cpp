@@ -79,13 +79,33 @@ std::string SerialText(const ASN1_INTEGER* serial) {
     return text;
 }
 
-bool Digest(const EVP_MD* md, const unsigned char* data, std::size_t size, const CBlob& expected) {
+std::optional<CBlob> Hash(const EVP_MD* md, const unsigned char* data, std::size_t size) {
     unsigned char out[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    return EVP_Digest(data, size, out, &length, md, nullptr) == 1 && CBlob(out, length) == expected;
+    if (EVP_Digest(data, size, out, &length, md, nullptr) != 1) {
+        return std::nullopt;
+    }
+    return CBlob(out, length);
 }
 
 } // namespace
+
+std::optional<IssuerHashes> IssuerHashesOf(const CBlob& issuerCertificate, const char* hashOid) {
+    const Owned<X509> issuer = ParseCertificate(issuerCertificate);
+    const Owned<ASN1_OBJECT> oid(OBJ_txt2obj(hashOid, 1));
+    const EVP_MD* md = oid ? EVP_get_digestbyobj(oid.get()) : nullptr;
+    const ASN1_BIT_STRING* key = issuer ? X509_get0_pubkey_bitstr(issuer.get()) : nullptr;
+    if (key == nullptr || md == nullptr) {
+        return std::nullopt;
+    }
+    const CBlob name = NameDer(X509_get_subject_name(issuer.get()));
+    auto nameHash = Hash(md, name.pbData(), name.cbData());
+    auto keyHash = Hash(md, key->data, static_cast<std::size_t>(key->length));
+    if (!nameHash || !keyHash) {
+        return std::nullopt;
+    }
+    return IssuerHashes{std::move(*nameHash), std::move(*keyHash)};
+}
 
 std::optional<std::string> NameText(const CBlob& der) {
     const unsigned char* p = der.pbData();
@@ -133,16 +153,22 @@ bool IsIssuerOf(const CBlob& issuerCertificate, const CBlob& certificate) {
 }
 
 bool NamesIssuer(const Velmor::PKI::OCSP::CCertID& id, const CBlob& issuerCertificate) {
-    const Owned<X509> issuer = ParseCertificate(issuerCertificate);
-    const Owned<ASN1_OBJECT> oid(OBJ_txt2obj(id.get_hashAlgorithm().get_algorithm(), 1));
-    const EVP_MD* md = oid ? EVP_get_digestbyobj(oid.get()) : nullptr;
-    if (!issuer || md == nullptr) {
-        return false;
+    const auto hashes = IssuerHashesOf(issuerCertificate, id.get_hashAlgorithm().get_algorithm());
+    return hashes && hashes->name == id.get_issuerNameHash() &&
+           hashes->key == id.get_issuerKeyHash();
+}
+
+std::optional<Velmor::PKI::OCSP::CCertID> CertIdOf(const Velmor::ASN1::CBigInteger& serial,
+                                                   const CBlob& issuerCertificate,
+                                                   const char* hashOid) {
+    static constexpr unsigned char kDerNull[] = {0x05, 0x00};
+    auto hashes = IssuerHashesOf(issuerCertificate, hashOid);
+    if (!hashes) {
+        return std::nullopt;
     }
-    const CBlob name = NameDer(X509_get_subject_name(issuer.get()));
-    const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(issuer.get());
-    return key != nullptr && Digest(md, name.pbData(), name.cbData(), id.get_issuerNameHash()) &&
-           Digest(md, key->data, static_cast<std::size_t>(key->length), id.get_issuerKeyHash());
+    const CBlob parameters(kDerNull, sizeof kDerNull);
+    return Velmor::PKI::OCSP::CCertID(Velmor::ASN1::CAlgorithmIdentifier(hashOid, &parameters),
+                                      std::move(hashes->name), std::move(hashes->key), serial);
 }
 
 } // namespace VelmorTool

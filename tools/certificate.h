@@ -40,6 +40,22 @@ bool IsIssuerOf(const Velmor::CBlob& issuerCertificate, const Velmor::CBlob& cer
 // OpenSSL does not know).
 bool NamesIssuer(const Velmor::PKI::OCSP::CCertID& id, const Velmor::CBlob& issuerCertificate);
 
+// The hashes of an issuer's subject Name and public key that a CertID holds, made with the
+// hash hashOid names. Null when issuerCertificate is not a certificate or the hash is unknown.
+struct IssuerHashes {
+    Velmor::CBlob name;
+    Velmor::CBlob key;
+};
+std::optional<IssuerHashes> IssuerHashesOf(const Velmor::CBlob& issuerCertificate,
+                                           const char* hashOid);
+
+// The CertID of serial under issuerCertificate (DER), its issuer name and key hashed with
+// the hash hashOid names, which the CertID names with parameters NULL (as OpenSSL and Python
+// write them). Null when issuerCertificate is not a certificate or the hash is unknown.
+std::optional<Velmor::PKI::OCSP::CCertID> CertIdOf(const Velmor::ASN1::CBigInteger& serial,
+                                                   const Velmor::CBlob& issuerCertificate,
+                                                   const char* hashOid);
+
 } // namespace VelmorTool
 
 #endif

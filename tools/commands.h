@@ -21,6 +21,8 @@ Command AddRespondCommand(CLI::App& application);
 Command AddShowCommand(CLI::App& application);
 Command AddVerifyCommand(CLI::App& application);
 Command AddQueryCommand(CLI::App& application);
+Command AddServeCommand(CLI::App& application);
+Command AddPresignCommand(CLI::App& application);
 
 } // namespace VelmorTool
 

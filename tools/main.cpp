@@ -35,8 +35,10 @@ int main(int argc, char** argv) {
     application.footer(kExitCodeHelp);
     application.require_subcommand(1);
     const std::vector<Command> commands = {
-        AddRequestCommand(application), AddRespondCommand(application), AddShowCommand(application),
-        AddVerifyCommand(application), AddQueryCommand(application)};
+        AddRequestCommand(application), AddRespondCommand(application),
+        AddShowCommand(application),    AddVerifyCommand(application),
+        AddQueryCommand(application),   AddServeCommand(application),
+        AddPresignCommand(application)};
     for (const Command& command : commands) {
         command.app->footer(kExitCodeHelp);
     }

@@ -270,7 +270,9 @@ TEST(BadInputTool, HelpListsTheExitCodes) {
                                                {"respond", "--help"},
                                                {"show", "--help"},
                                                {"verify", "--help"},
-                                               {"query", "--help"}}) {
+                                               {"query", "--help"},
+                                               {"serve", "--help"},
+                                               {"presign", "--help"}}) {
         const ToolRun run = RunTool(args);
         EXPECT_EQ(run.exitCode, 0);
         EXPECT_NE(run.out.find("Exit codes:\n"
