@@ -2,6 +2,7 @@
 
 #include "armour.h"
 #include "exit_status.h"
+#include "ocsp_get.h"
 
 #include <httplib.h>
 
@@ -104,22 +105,7 @@ std::string GetPath(const std::string& urlPath, const Velmor::CBlob& der) {
     if (path.empty() || path.back() != '/') {
         path += '/';
     }
-    for (char c : Base64(der.to_vector())) {
-        switch (c) {
-        case '+':
-            path += "%2B";
-            break;
-        case '/':
-            path += "%2F";
-            break;
-        case '=':
-            path += "%3D";
-            break;
-        default:
-            path += c;
-        }
-    }
-    return path;
+    return path + GetPath(der.to_vector());
 }
 
 Velmor::CBlob Exchange(const HttpExchange& exchange, const Velmor::CBlob& der) {
