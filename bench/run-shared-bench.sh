@@ -10,7 +10,7 @@ prefix=$source_dir/build/bench-shared-prefix
 consumer_build=$source_dir/build/bench-shared-consumer
 
 cmake -S "$source_dir" -B "$library_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DVELMOR_BUILD_TESTS=OFF -DVELMOR_BUILD_EXAMPLES=OFF >/dev/null
+  -DVELMOR_BUILD_TESTS=OFF -DVELMOR_BUILD_EXAMPLES=OFF -DVELMOR_BUILD_TOOLS=OFF >/dev/null
 cmake --build "$library_build"
 rm -rf "$prefix"
 cmake --install "$library_build" --prefix "$prefix" >/dev/null
