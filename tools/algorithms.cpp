@@ -43,6 +43,10 @@ constexpr Named kNames[] = {
     {kServiceLocatorOid, "service locator"},
     {"1.3.6.1.5.5.7.48.1.8", "preferred signature algorithms"},
     {"1.3.6.1.5.5.7.48.1.9", "extended revoke"},
+    {kCrlLocatorOid, "CRL locator"},
+    {kInstantRevocationOid, "instant revocation indicator"},
+    {kRevocationAnnouncementOid, "revocation announcement reference"},
+    {kHistoricalRequestOid, "historical request"},
 };
 
 struct HashChoice {

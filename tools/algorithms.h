@@ -26,6 +26,11 @@ inline constexpr const char* kCrlIdOid = "1.3.6.1.5.5.7.48.1.3";
 inline constexpr const char* kAcceptableResponsesOid = "1.3.6.1.5.5.7.48.1.4";
 inline constexpr const char* kArchiveCutoffOid = "1.3.6.1.5.5.7.48.1.6";
 inline constexpr const char* kServiceLocatorOid = "1.3.6.1.5.5.7.48.1.7";
+// The private extensions of the 1.2.643.2.2.47 arc.
+inline constexpr const char* kCrlLocatorOid = "1.2.643.2.2.47.2";
+inline constexpr const char* kInstantRevocationOid = "1.2.643.2.2.47.3";
+inline constexpr const char* kRevocationAnnouncementOid = "1.2.643.2.2.47.4";
+inline constexpr const char* kHistoricalRequestOid = "1.2.643.2.2.47.5";
 
 } // namespace VelmorTool
 

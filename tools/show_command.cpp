@@ -83,6 +83,67 @@ std::string GeneralNameText(const ASN1::CGeneralName& name) {
     }
 }
 
+// The fields of a CrlID: of the CRL reference and of the historical request.
+void AddCrlReference(Report& item, const CExtCrlReference& crl) {
+    if (crl.get_crlUrl() != nullptr) {
+        item.text("crlUrl", "CRL URL", crl.get_crlUrl());
+    }
+    if (crl.get_crlNum() != nullptr) {
+        item.number("crlNum", "CRL number", static_cast<std::int64_t>(*crl.get_crlNum()));
+    }
+    if (crl.get_crlTime() != nullptr) {
+        item.text("crlTime", "CRL time", TimeText(*crl.get_crlTime()));
+    }
+}
+
+Report& AddNames(Report& item, const std::string& key, const std::string& label,
+                 const ASN1::CGeneralNames& names) {
+    Report& list = item.list(key, label, label);
+    for (const ASN1::CGeneralName& name : names) {
+        list.text("", "", GeneralNameText(name));
+    }
+    return list;
+}
+
+// The named bits of a ReasonFlags mask (bit n is flag n), comma separated.
+std::string ReasonFlagsText(unsigned mask) {
+    static const char* const kNames[] = {
+        "unused",      "keyCompromise",        "cACompromise",    "affiliationChanged",
+        "superseded",  "cessationOfOperation", "certificateHold", "privilegeWithdrawn",
+        "aACompromise"};
+    std::string text;
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        if ((mask & (1u << bit)) == 0) {
+            continue;
+        }
+        text += text.empty() ? "" : ", ";
+        text += bit < std::size(kNames) ? kNames[bit] : "bit " + std::to_string(bit);
+    }
+    return text.empty() ? "none" : text;
+}
+
+// The distribution points of a CRL locator: where the CRL is, for which reasons, from whom.
+void AddDistributionPoints(Report& item, const ASN1::CCRLDistPointsSyntax& points) {
+    Report& list = item.list("distributionPoints", "", "distribution point");
+    for (const ASN1::CDistributionPoint& point : points) {
+        Report group = Report::Group("", "");
+        if (point.get_fullName() != nullptr) {
+            AddNames(group, "fullName", "full name", *point.get_fullName());
+        }
+        if (point.get_nameRelativeToCRLIssuer() != nullptr) {
+            group.octets("nameRelativeToCRLIssuer", "name relative to the CRL issuer",
+                         *point.get_nameRelativeToCRLIssuer());
+        }
+        if (point.get_reasons() != nullptr) {
+            group.text("reasons", "reasons", ReasonFlagsText(*point.get_reasons()));
+        }
+        if (point.get_cRLIssuer() != nullptr) {
+            AddNames(group, "cRLIssuer", "CRL issuer", *point.get_cRLIssuer());
+        }
+        list.add(std::move(group));
+    }
+}
+
 // The fields of a known extension's value; false when the value does not decode as one.
 bool DecodeExtension(Report& item, const std::string& oid, const CBlob& value) {
     try {
@@ -96,16 +157,15 @@ bool DecodeExtension(Report& item, const std::string& oid, const CBlob& value) {
             return true;
         }
         if (oid == kCrlIdOid) {
-            const CExtCrlID crl(value);
-            if (crl.get_crlUrl() != nullptr) {
-                item.text("crlUrl", "CRL URL", crl.get_crlUrl());
-            }
-            if (crl.get_crlNum() != nullptr) {
-                item.number("crlNum", "CRL number", static_cast<std::int64_t>(*crl.get_crlNum()));
-            }
-            if (crl.get_crlTime() != nullptr) {
-                item.text("crlTime", "CRL time", TimeText(*crl.get_crlTime()));
-            }
+            AddCrlReference(item, CExtCrlID(value));
+            return true;
+        }
+        if (oid == kHistoricalRequestOid) {
+            AddCrlReference(item, CExtHistoricalRequest(value));
+            return true;
+        }
+        if (oid == kCrlLocatorOid) {
+            AddDistributionPoints(item, CExtCRLLocator(value).get_distributionPoints());
             return true;
         }
         if (oid == kArchiveCutoffOid) {

@@ -266,6 +266,59 @@ print(json.dumps(doc['requestExtensions'], sort_keys=True))
         "\n");
 }
 
+TEST(ShowTool, NamesThePrivateExtensions) {
+    using namespace Velmor;
+    using namespace Velmor::PKI::OCSP;
+    CExtHistoricalRequest historical;
+    historical.put_crlUrl("http://crl.velmor.test/old.crl");
+    const CDateTime crlTime("20250601000000Z");
+    historical.put_crlTime(&crlTime);
+    ASN1::CGeneralName uri;
+    uri.put_uniformResourceIdentifier("http://crl.velmor.test/inter.crl");
+    ASN1::CGeneralNames names;
+    names.push_back(uri);
+    ASN1::CDistributionPoint point;
+    point.put_fullName(&names);
+    const unsigned reasons = (1u << 1) | (1u << 2) | (1u << 9); // two flags and an unnamed bit
+    point.put_reasons(&reasons);
+    ASN1::CCRLDistPointsSyntax points;
+    points.push_back(point);
+
+    ASN1::CExtensions extensions;
+    extensions.push_back(ASN1::CExtension(historical, false));
+    extensions.push_back(ASN1::CExtension(CExtCRLLocator(points), false));
+    extensions.push_back(ASN1::CExtension("1.2.643.2.2.47.3", false, BlobOf("0500")));
+    extensions.push_back(ASN1::CExtension("1.2.643.2.2.47.4", true, BlobOf("0101ff")));
+    const CBlob null(BlobOf("0500"));
+    CSingleRequestList entries;
+    entries.push_back(CSingleRequest(CReqCert(
+        CCertID(ASN1::CAlgorithmIdentifierEx("1.3.14.3.2.26", &null),
+                CBlob(ReadData("pki/rsa/leaf.der")), CBlob(ReadData("pki/rsa/inter.der"))))));
+    CRequestMessage request;
+    request.put_requestList(entries);
+    request.put_requestExtensions(&extensions);
+    const CBlob der = request.encode();
+    const std::string path = WriteTempFile(Bytes(der.begin(), der.end()), "private.der");
+
+    const std::string text = Show({path});
+    EXPECT_EQ(text.substr(text.find("  extension 1:")),
+              "  extension 1: historical request (1.2.643.2.2.47.5)\n"
+              "    critical: no\n"
+              "    CRL URL: http://crl.velmor.test/old.crl\n"
+              "    CRL time: 2025-06-01T00:00:00Z\n"
+              "  extension 2: CRL locator (1.2.643.2.2.47.2)\n"
+              "    critical: no\n"
+              "    distribution point 1:\n"
+              "      full name 1: URI:http://crl.velmor.test/inter.crl\n"
+              "      reasons: keyCompromise, cACompromise, bit 9\n"
+              "  extension 3: instant revocation indicator (1.2.643.2.2.47.3)\n"
+              "    critical: no\n"
+              "    value: 0500\n"
+              "  extension 4: revocation announcement reference (1.2.643.2.2.47.4)\n"
+              "    critical: yes\n"
+              "    value: 0101ff\n");
+}
+
 TEST(ShowTool, ErrorStatusResponseHasNoBody) {
     const std::string path = WriteTempFile(FromHex("30030a0103"), "try-later.der");
     EXPECT_EQ(Show({path}), "OCSP response\n  status: tryLater (3)\n");
