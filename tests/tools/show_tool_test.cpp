@@ -112,6 +112,22 @@ for shown, ext in zip(extensions, q.extensions):
 print('same')
 )";
 
+// A request for pki/rsa/leaf carrying the given request extensions, written to a file.
+std::string RequestFileWith(const Velmor::ASN1::CExtensions& extensions, const char* name) {
+    using namespace Velmor;
+    using namespace Velmor::PKI::OCSP;
+    const CBlob null(BlobOf("0500"));
+    CSingleRequestList entries;
+    entries.push_back(CSingleRequest(CReqCert(
+        CCertID(ASN1::CAlgorithmIdentifierEx("1.3.14.3.2.26", &null),
+                CBlob(ReadData("pki/rsa/leaf.der")), CBlob(ReadData("pki/rsa/inter.der"))))));
+    CRequestMessage request;
+    request.put_requestList(entries);
+    request.put_requestExtensions(&extensions);
+    const CBlob der = request.encode();
+    return WriteTempFile(Bytes(der.begin(), der.end()), name);
+}
+
 } // namespace
 
 TEST(ShowTool, PrintsEveryFieldOfAResponseOpensslWrote) {
@@ -201,16 +217,7 @@ TEST(ShowTool, NamesTheExtensionsItKnowsAndDumpsTheOthers) {
     extensions.push_back(ASN1::CExtension(locator, false));
     extensions.push_back(ASN1::CExtension("1.2.3.4.5", true, BlobOf("0102")));
     extensions.push_back(ASN1::CExtension("1.3.6.1.5.5.7.48.1.3", false, BlobOf("0500")));
-    const CBlob null(BlobOf("0500"));
-    CSingleRequestList entries;
-    entries.push_back(CSingleRequest(CReqCert(
-        CCertID(ASN1::CAlgorithmIdentifierEx("1.3.14.3.2.26", &null),
-                CBlob(ReadData("pki/rsa/leaf.der")), CBlob(ReadData("pki/rsa/inter.der"))))));
-    CRequestMessage request;
-    request.put_requestList(entries);
-    request.put_requestExtensions(&extensions);
-    const CBlob der = request.encode();
-    const std::string path = WriteTempFile(Bytes(der.begin(), der.end()), "extensions.der");
+    const std::string path = RequestFileWith(extensions, "extensions.der");
 
     const std::string text = Show({path});
     const std::string extensionsText = text.substr(text.find("  extension 1:"));
@@ -289,16 +296,7 @@ TEST(ShowTool, NamesThePrivateExtensions) {
     extensions.push_back(ASN1::CExtension(CExtCRLLocator(points), false));
     extensions.push_back(ASN1::CExtension("1.2.643.2.2.47.3", false, BlobOf("0500")));
     extensions.push_back(ASN1::CExtension("1.2.643.2.2.47.4", true, BlobOf("0101ff")));
-    const CBlob null(BlobOf("0500"));
-    CSingleRequestList entries;
-    entries.push_back(CSingleRequest(CReqCert(
-        CCertID(ASN1::CAlgorithmIdentifierEx("1.3.14.3.2.26", &null),
-                CBlob(ReadData("pki/rsa/leaf.der")), CBlob(ReadData("pki/rsa/inter.der"))))));
-    CRequestMessage request;
-    request.put_requestList(entries);
-    request.put_requestExtensions(&extensions);
-    const CBlob der = request.encode();
-    const std::string path = WriteTempFile(Bytes(der.begin(), der.end()), "private.der");
+    const std::string path = RequestFileWith(extensions, "private.der");
 
     const std::string text = Show({path});
     EXPECT_EQ(text.substr(text.find("  extension 1:")),
