@@ -2,6 +2,7 @@
 #include "asn1/asn1_detail.h"
 #include "asn1/asn1_reader.h"
 
+#include <array>
 #include <cstring>
 
 namespace Velmor::Asn1Rt {
@@ -309,18 +310,38 @@ bool BerReader::readString(const char*& value, ASN1TAG tag) noexcept {
     return true;
 }
 
+namespace {
+
+// Whether every octet is one a time may be written with: 0-9 . , + - Z (so no NUL either).
+bool IsTimeText(const ASN1OCTET* text, std::size_t size) noexcept {
+    static constexpr auto kAllowed = [] {
+        std::array<bool, 256> allowed{};
+        for (char c : {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', '.', ',', '+', '-', 'Z'}) {
+            allowed[static_cast<unsigned char>(c)] = true;
+        }
+        return allowed;
+    }();
+    bool valid = true;
+    for (std::size_t i = 0; i < size; ++i) {
+        valid &= kAllowed[text[i]];
+    }
+    return valid;
+}
+
+} // namespace
+
 bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
     const std::size_t start = offset();
-    const char* text = nullptr;
-    if (!readString(text, tag)) {
+    ASN1TDynOctStr raw;
+    if (!readStringBytes(tag, raw)) {
         return false;
     }
-    for (const char* c = text; *c != '\0'; ++c) {
-        const bool timeCharacter = (*c >= '0' && *c <= '9') || *c == '.' || *c == ',' ||
-                                   *c == '+' || *c == '-' || *c == 'Z';
-        if (!timeCharacter) {
-            return failElement(start, RTERR_BADVALUE, "character in a time");
-        }
+    if (!IsTimeText(raw.data, raw.numocts)) {
+        return failElement(start, RTERR_BADVALUE, "character in a time");
+    }
+    char* text = rtMemStrNDup(ctxt_, raw.data, raw.numocts);
+    if (text == nullptr) {
+        return failElement(start, RTERR_NOMEM, "time");
     }
     value = text;
     return true;

@@ -3,12 +3,14 @@
 #ifndef VELMOR_SRC_CERTID_REQ_CERT_IMPL_H
 #define VELMOR_SRC_CERTID_REQ_CERT_IMPL_H
 
+#include "foundation/record_pool.h"
+
 #include <pki/ocsp/req_cert.h>
 #include <utility>
 
 namespace Velmor::PKI::OCSP {
 
-class CReqCert::Impl {
+class CReqCert::Impl : public Detail::PooledRecord {
   public:
     virtual ~Impl() = default;
     virtual const CCertID* get_certID() const { return nullptr; }

@@ -3,6 +3,7 @@
 #include "trace/trace_guard.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/datetime.h>
@@ -134,6 +135,57 @@ bool ReadFields(const char* p, Fields& f) noexcept {
     return ReadZone(p, f.offset) && *p == '\0';
 }
 
+// Eight ASCII digits as loaded little-endian into x: each octet is 0x30..0x39.
+bool EightDigits(std::uint64_t x) noexcept {
+    constexpr std::uint64_t kHighNibbles = 0xF0F0F0F0F0F0F0F0u;
+    constexpr std::uint64_t kZeros = 0x3030303030303030u;
+    constexpr std::uint64_t kSixes = 0x0606060606060606u;
+    return (x & kHighNibbles) == kZeros && ((x + kSixes) & kHighNibbles) == kZeros;
+}
+
+// The four two-digit numbers of eight digits, in octets 0, 2, 4 and 6 of the result.
+std::uint64_t DigitPairs(std::uint64_t x) noexcept {
+    x -= 0x3030303030303030u;
+    return (x * 10 + (x >> 8)) & 0x00FF00FF00FF00FFu;
+}
+
+unsigned OctetOf(std::uint64_t x, int index) noexcept {
+    return static_cast<unsigned>((x >> (8 * index)) & 0xFF);
+}
+
+// The form DER writes, YYYYMMDDHHMMSSZ, read eight digits at a time; false for any other
+// form (which ReadFields then takes). The length is found first, so nothing past the
+// terminating NUL is read.
+bool ReadDerFields(const char* p, Fields& f) noexcept {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    if (strnlen(p, 16) != 15 || p[14] != 'Z') {
+        return false;
+    }
+    std::uint64_t date = 0;  // YYYYMMDD
+    std::uint64_t clock = 0; // DDHHMMSS: the day again, then the time
+    std::memcpy(&date, p, 8);
+    std::memcpy(&clock, p + 6, 8);
+    if (!EightDigits(date) || !EightDigits(clock)) {
+        return false;
+    }
+    date = DigitPairs(date);
+    clock = DigitPairs(clock);
+    f.year = OctetOf(date, 0) * 100 + OctetOf(date, 2);
+    f.month = OctetOf(date, 4);
+    f.day = OctetOf(date, 6);
+    f.hour = OctetOf(clock, 2);
+    f.minute = OctetOf(clock, 4);
+    f.second = OctetOf(clock, 6);
+    f.nanos = 0;
+    f.offset = 0;
+    return true;
+#else
+    static_cast<void>(p);
+    static_cast<void>(f);
+    return false;
+#endif
+}
+
 bool FieldsInRange(const Fields& f) noexcept {
     return f.month >= 1 && f.month <= 12 && f.day >= 1 && f.day <= DaysInMonth(f.year, f.month) &&
            f.hour <= 23 && f.minute <= 59 && f.second <= 59;
@@ -241,7 +293,7 @@ CDateTime::~CDateTime() = default;
 
 bool CDateTime::TryParseGeneralizedTime(const char* text, CDateTime& result) noexcept {
     Fields f;
-    if (text == nullptr || !ReadFields(text, f) || !FieldsInRange(f)) {
+    if (text == nullptr || !(ReadDerFields(text, f) || ReadFields(text, f)) || !FieldsInRange(f)) {
         return false;
     }
     const std::int64_t days = DaysFromCivil(f.year, f.month, f.day);

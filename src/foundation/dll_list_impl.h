@@ -12,9 +12,11 @@
 #ifndef VELMOR_SRC_FOUNDATION_DLL_LIST_IMPL_H
 #define VELMOR_SRC_FOUNDATION_DLL_LIST_IMPL_H
 
+#include "foundation/record_pool.h"
 #include <cstdint>
 #include <limits>
 #include <list>
+
 #include <pki/ocsp/dll_list.h>
 #include <stdexcept>
 #include <utility>
@@ -86,11 +88,11 @@ template <class T> void RequireRoom(std::uint64_t current, std::uint64_t count) 
 
 namespace Velmor {
 
-template <class T> CDllList<T>::CDllList() : m_list(new std::list<T>()) {}
+template <class T> CDllList<T>::CDllList() : m_list(Detail::PoolNew<std::list<T>>()) {}
 
 template <class T> CDllList<T>::CDllList(const CDllList& other) : m_list(nullptr) {
     detail::RequireRoom<T>(0, other.size());
-    m_list = new std::list<T>(detail::AsList<T>(other.impl()));
+    m_list = Detail::PoolNew<std::list<T>>(detail::AsList<T>(other.impl()));
 }
 
 template <class T> CDllList<T>& CDllList<T>::operator=(const CDllList& other) {
@@ -100,13 +102,13 @@ template <class T> CDllList<T>& CDllList<T>::operator=(const CDllList& other) {
     detail::RequireRoom<T>(0, other.size());
     auto& current = detail::AsList<T>(impl());
     current.clear();
-    auto* copy = new std::list<T>(detail::AsList<T>(other.impl()));
-    delete &current;
+    auto* copy = Detail::PoolNew<std::list<T>>(detail::AsList<T>(other.impl()));
+    Detail::PoolDelete(&current);
     m_list = copy;
     return *this;
 }
 
-template <class T> CDllList<T>::~CDllList() { delete &detail::AsList<T>(impl()); }
+template <class T> CDllList<T>::~CDllList() { Detail::PoolDelete(&detail::AsList<T>(impl())); }
 
 template <class T> void CDllList<T>::assign(size_type n, const T& v) {
     detail::RequireRoom<T>(size(), n);

@@ -2,10 +2,15 @@
 // pointer, m_data, to a record of type C::Data, and writes its special members with these
 // helpers. The library's converters reach the record through the same seam.
 //
+// A record derives from PooledRecord, so that records made and freed on one thread recycle
+// their blocks (see record_pool.h).
+//
 // One exception guarantee for all of them: a copy is complete before the old record is
 // freed, so a copy that fails (std::bad_alloc) leaves the target as it was.
 #ifndef VELMOR_SRC_FOUNDATION_VALUE_RECORD_H
 #define VELMOR_SRC_FOUNDATION_VALUE_RECORD_H
+
+#include "foundation/record_pool.h"
 
 #include <memory>
 #include <pki/ocsp/config.h>

@@ -119,8 +119,10 @@ void ASN1T_OCSPRequest_traits::get(const ASN1T_OCSPRequest& in, Record& value) {
         GetOptionalExtensions(tbs.m.requestExtensionsPresent, tbs.requestExtensions);
     if (in.m.optionalSignaturePresent) {
         GetSignature(in.optionalSignature, value);
+        // Only a signature is checked over the octets as received; an unsigned request
+        // that is signed later signs a fresh encoding.
+        value.signedPart.received.assign(tbs.raw.data, tbs.raw.numocts);
     }
-    value.signedPart.received.assign(tbs.raw.data, tbs.raw.numocts);
 }
 
 } // namespace Velmor::PKI::OCSP

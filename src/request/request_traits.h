@@ -15,7 +15,7 @@
 
 namespace Velmor::PKI::OCSP {
 
-struct VELMOR_OCSP_LOCAL CSingleRequest::Data {
+struct VELMOR_OCSP_LOCAL CSingleRequest::Data : Detail::PooledRecord {
     CReqCert reqCert;
     std::unique_ptr<ASN1::CExtensions> singleRequestExtensions;
 
@@ -27,7 +27,7 @@ struct VELMOR_OCSP_LOCAL CSingleRequest::Data {
           singleRequestExtensions(Detail::CopyOf(other.singleRequestExtensions.get())) {}
 };
 
-struct VELMOR_OCSP_LOCAL CRequestMessage::Data {
+struct VELMOR_OCSP_LOCAL CRequestMessage::Data : Detail::PooledRecord {
     Version version = v1;
     CSingleRequestList requestList;
     std::unique_ptr<CBlob> requestorName;

@@ -19,7 +19,7 @@ using Detail::Records;
 
 // The body and its type are held by value, so that decoding into an object that already
 // holds a body reuses that storage.
-struct VELMOR_OCSP_LOCAL CResponseMessage::Data {
+struct VELMOR_OCSP_LOCAL CResponseMessage::Data : Detail::PooledRecord {
     ResponseStatus responseStatus = internalError;
     bool hasBody = false;
     std::string responseType; // the OID text; meaningful when hasBody

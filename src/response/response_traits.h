@@ -19,13 +19,13 @@ namespace Velmor::PKI::OCSP {
 
 // The optional fields of the entry classes live inside their records: a getter's pointer
 // stays valid until the field is changed.
-struct VELMOR_OCSP_LOCAL CCertStatus::Data {
+struct VELMOR_OCSP_LOCAL CCertStatus::Data : Detail::PooledRecord {
     Type type = unknown;
     CDateTime revocationTime;
     std::optional<ASN1::CrlReason> revocationReason;
 };
 
-struct VELMOR_OCSP_LOCAL CSingleResponse::Data {
+struct VELMOR_OCSP_LOCAL CSingleResponse::Data : Detail::PooledRecord {
     CReqCert reqCert;
     CCertStatus certStatus;
     CDateTime thisUpdate;
@@ -43,7 +43,7 @@ struct VELMOR_OCSP_LOCAL CSingleResponse::Data {
           singleExtensions(Detail::CopyOf(other.singleExtensions.get())) {}
 };
 
-struct VELMOR_OCSP_LOCAL CBasicResponse::Data {
+struct VELMOR_OCSP_LOCAL CBasicResponse::Data : Detail::PooledRecord {
     Version version = v1;
     CDateTime producedAt;
     CResponderID responderID;

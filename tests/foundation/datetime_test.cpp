@@ -74,6 +74,26 @@ TEST(CDateTime, RejectsEveryMalformedText) {
     }
 }
 
+TEST(CDateTime, TheFifteenCharacterFormRefusesANonDigitAnywhere) {
+    // The octets just below and above the digits, and ones that differ from a digit in the
+    // high bits only, put in each digit position of an otherwise valid DER time.
+    const std::string valid = "20240229123456Z";
+    ASSERT_EQ(CDateTime(valid.c_str()), CDateTime(kLeapDay, 0));
+    for (std::size_t position = 0; position < 14; ++position) {
+        for (char wrong : {'/', ':', '\x10', '\x70', '\xB0', ' ', 'Z'}) {
+            std::string text = valid;
+            text[position] = wrong;
+            CDateTime kept(7, 8);
+            EXPECT_FALSE(CDateTime::TryParseGeneralizedTime(text.c_str(), kept))
+                << "position " << position << " octet " << int(static_cast<unsigned char>(wrong));
+            EXPECT_EQ(kept, CDateTime(7, 8));
+        }
+    }
+    // Each field read from its own digits: a time with every digit different from its
+    // neighbours.
+    EXPECT_EQ(CDateTime("19871130214759Z"), CDateTime(565307279, 0));
+}
+
 TEST(CDateTime, FormatsUtcWithShortestFraction) {
     EXPECT_EQ(CDateTime().ToGeneralizedTime(true), "19700101000000Z");
     EXPECT_EQ(CDateTime(kLeapDay, 0).ToGeneralizedTime(true), "20240229123456Z");
