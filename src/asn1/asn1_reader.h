@@ -53,6 +53,9 @@ class BerReader {
     std::size_t offset() const noexcept { return origin_ + pos_; }
     // Depth of the element whose contents this reader covers (0 for a whole input).
     unsigned depth() const noexcept { return depth_; }
+    // The unread octets this reader may look at (none once it failed).
+    const ASN1OCTET* unread() const noexcept { return data_ + pos_; }
+    std::size_t unreadSize() const noexcept { return live() ? size_ - pos_ : 0; }
 
     // Names the field of this reader's contents that is read next (a string that outlives
     // the decode); failures until the next at() name it in their path.

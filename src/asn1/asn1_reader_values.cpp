@@ -353,6 +353,11 @@ bool oidContentsValid(const ASN1OCTET* data, std::size_t size) noexcept {
     if (size == 0 || data == nullptr || (data[size - 1] & 0x80) != 0) {
         return false;
     }
+    // A subidentifier may not start with 0x80: without any such octet there is nothing to
+    // look at more closely.
+    if (std::memchr(data, 0x80, size) == nullptr) {
+        return true;
+    }
     bool subidStart = true;
     for (std::size_t i = 0; i < size; ++i) {
         if (subidStart && data[i] == 0x80) {

@@ -1,6 +1,7 @@
 // AlgorithmIdentifier, Name, Extensions and GeneralName: the small PKIX types that every
 // message carries.
 #include "asn1/asn1_fields.h"
+#include "asn1/asn1_known_names.h"
 #include "asn1/pkix_types.h"
 
 using namespace Velmor::Asn1Rt;
@@ -109,9 +110,33 @@ int asn1E(ASN1BEREncodeBuffer& b, const ASN1T_Name& v, ASN1TAG tag) {
     return writeChoice(b, field(v.rdnSequence, tag));
 }
 
+// Name, RDN, AttributeTypeAndValue, value: the depth a Name's parse reaches below its own.
+constexpr unsigned kNameDepth = 4;
+
+// A Name whose octets this thread already found to be DER is taken as it stands (raw and
+// received), without parsing its attributes again; any other is parsed. The views point
+// into the reader's own input, which need not be the context's decode buffer.
 int asn1D(BerReader& r, ASN1T_Name& v, ASN1TAG tag) {
     v.t = 1;
-    return asn1D(r, v.rdnSequence, tag);
+    const ASN1OCTET* begin = r.unread();
+    const std::size_t start = r.offset();
+    // The octets are compared before anything is parsed: a known Name is a whole valid
+    // element, so skipping it cannot fail, and any other input meets the full parse.
+    const bool known = tag == ASN1TAG_SEQUENCE && r.depth() + kNameDepth <= kMaxDepth &&
+                       KnownDerNames::ofThisThread().prefixOf(begin, r.unreadSize()) != 0;
+    if (known) {
+        r.skip();
+    } else {
+        asn1D(r, v.rdnSequence, tag);
+    }
+    if (r.ok()) {
+        v.received.data = begin;
+        v.received.numocts = static_cast<OSUINT32>(r.offset() - start);
+        if (known) {
+            v.raw = v.received;
+        }
+    }
+    return r.status();
 }
 
 int asn1Copy_Name(ASN1CTXT* ctxt, const ASN1T_Name& from, ASN1T_Name& to) {

@@ -40,6 +40,8 @@ struct ASN1T_Name {
     // When not empty, the whole Name's DER, written as it stands in place of rdnSequence
     // (the decoder leaves it empty).
     ASN1OpenType raw;
+    // Set by the decoder: the whole element as it stood in the input (BER or DER), a view.
+    ASN1OpenType received;
 };
 
 // ---- Extensions ---------------------------------------------------------------------------

@@ -1,5 +1,7 @@
 #include "foundation/asn1_traits.h"
 
+#include "asn1/asn1_known_names.h"
+
 #include "foundation/codec_frame.h"
 #include "foundation/datetime_text.h"
 #include "foundation/list_access.h"
@@ -172,43 +174,9 @@ void ASN1GeneralizedTime_traits::decode(const CBlob& der, CDateTime& value) {
 
 // ---- Names and general names
 
-namespace {
-
-// The last Names this thread found to be DER. A message writes the same Name on every
-// encoding (a responder's, a requestor's), and parsing one costs more than the rest of a
-// small message; a value equal to one of these is written from its own octets. Only values
-// that re-encode to themselves are kept, so writing the octets is what the parse would give.
-class KnownDerNames {
-  public:
-    bool contains(const CBlob& der) const noexcept {
-        for (const std::vector<ASN1OCTET>& name : m_names) {
-            if (name.size() == der.cbData() &&
-                std::memcmp(name.data(), der.pbData(), name.size()) == 0) {
-                return true;
-            }
-        }
-        return false;
-    }
-    void add(const CBlob& der) {
-        m_names[m_next].assign(der.pbData(), der.pbData() + der.cbData());
-        m_next = (m_next + 1) % m_names.size();
-    }
-
-    static KnownDerNames& ofThisThread() {
-        thread_local KnownDerNames names;
-        return names;
-    }
-
-  private:
-    std::array<std::vector<ASN1OCTET>, 8> m_names;
-    std::size_t m_next = 0;
-};
-
-} // namespace
-
 void ASN1T_Name_traits::set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der) {
-    KnownDerNames& known = KnownDerNames::ofThisThread();
-    if (der.cbData() != 0 && known.contains(der)) {
+    Asn1Rt::KnownDerNames& known = Asn1Rt::KnownDerNames::ofThisThread();
+    if (known.contains(der.pbData(), der.cbData())) {
         // Copied into ctxt, as every set does: the blob may be a temporary of the caller.
         out.t = 1;
         out.raw.data = CopyBytes(ctxt, der.pbData(), der.cbData());
@@ -218,11 +186,24 @@ void ASN1T_Name_traits::set(ASN1CTXT* ctxt, ASN1T_Name& out, const CBlob& der) {
     Velmor::Codec::DecodeInto(ctxt, der, out, asn1Copy_Name,
                               Velmor::Codec::OnEmpty::InvalidArgument);
     if (Velmor::Codec::Encode(out) == der) {
-        known.add(der);
+        known.add(der.pbData(), der.cbData());
     }
 }
 
-void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) { der = Velmor::Codec::Encode(in); }
+void ASN1T_Name_traits::get(const ASN1T_Name& in, CBlob& der) {
+    // A Name the reader took as known DER is kept as it stands; any other is written again,
+    // as DER, and remembered when that changed nothing.
+    if (in.raw.numocts != 0) {
+        der.assign(in.raw.data, in.raw.numocts);
+        return;
+    }
+    der = Velmor::Codec::Encode(in);
+    const ASN1OpenType& received = in.received;
+    if (received.numocts != 0 && der.cbData() == received.numocts &&
+        std::memcmp(der.pbData(), received.data, received.numocts) == 0) {
+        Asn1Rt::KnownDerNames::ofThisThread().add(received.data, received.numocts);
+    }
+}
 
 void ASN1T_GeneralName_traits::set(ASN1CTXT* ctxt, ASN1T_GeneralName& out,
                                    const CGeneralName& value) {
@@ -442,8 +423,18 @@ void ASN1T_AlgorithmIdentifier_traits::set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdenti
 void ASN1T_AlgorithmIdentifier_traits::get(const ASN1T_AlgorithmIdentifier& in,
                                            CAlgorithmIdentifier& value) {
     value.put_algorithm(OidText(in.algorithm));
-    value.put_parameters(in.m.parametersPresent ? BlobOf(in.parameters.data, in.parameters.numocts)
-                                                : CBlob());
+    // Absent and NULL parameters, nearly every identifier's, are copied from constants.
+    static const CBlob kAbsent;
+    static const unsigned char kNullDer[] = {0x05, 0x00};
+    static const CBlob kNull(kNullDer, sizeof kNullDer);
+    const ASN1OpenType& parameters = in.parameters;
+    if (!in.m.parametersPresent) {
+        value.put_parameters(kAbsent);
+    } else if (parameters.numocts == 2 && parameters.data[0] == 0x05 && parameters.data[1] == 0) {
+        value.put_parameters(kNull);
+    } else {
+        value.put_parameters(BlobOf(parameters.data, parameters.numocts));
+    }
 }
 
 // ---- Certificates

@@ -28,8 +28,9 @@ struct ThreadCache {
     std::array<FreeBlock*, kClasses> heads;
     std::size_t heldBytes;
     bool registered;
-    bool closed;
 };
+
+constexpr std::size_t kClosed = kHeldBytesPerThread + 1;
 
 thread_local ThreadCache t_cache{};
 
@@ -51,7 +52,7 @@ struct Teardown {
     Teardown& operator=(const Teardown&) = delete;
     ~Teardown() {
         Drain(t_cache);
-        t_cache.closed = true;
+        t_cache.heldBytes = kClosed;
     }
 };
 
@@ -93,12 +94,12 @@ void PoolFree(void* block, std::size_t size) noexcept {
     }
     ThreadCache& cache = t_cache;
     const std::size_t sizeClass = ClassOf(size);
-    if (!Pooled(size) || cache.closed ||
-        cache.heldBytes + BytesOf(sizeClass) > kHeldBytesPerThread) {
+    // A closed cache holds kClosed octets, so that nothing fits any more.
+    if (!Pooled(size) || cache.heldBytes + BytesOf(sizeClass) > kHeldBytesPerThread) {
         ::operator delete(block);
         return;
     }
-    if (!cache.registered) {
+    if (cache.heldBytes == 0 && !cache.registered) {
         cache.registered = true;
         static_cast<void>(&t_teardown); // constructs it, so its destructor runs at exit
     }
@@ -110,6 +111,8 @@ void PoolFree(void* block, std::size_t size) noexcept {
 
 bool PoolRecycles() noexcept { return Pooled(1); }
 
-std::size_t PoolHeldBytes() noexcept { return t_cache.heldBytes; }
+std::size_t PoolHeldBytes() noexcept {
+    return t_cache.heldBytes == kClosed ? 0 : t_cache.heldBytes;
+}
 
 } // namespace Velmor::Detail

@@ -32,6 +32,23 @@ void CRequestMessage::Data::swap(Data& other) noexcept {
     certs.swap(other.certs);
 }
 
+bool CRequestMessage::Data::holdsNothing() const noexcept {
+    return version == v1 && requestList.empty() && !requestorName && !requestExtensions &&
+           !signedPart.algorithm && !signedPart.signature && signedPart.received.empty() &&
+           certs.get() == nullptr;
+}
+
+void CRequestMessage::Data::dropAll() noexcept {
+    version = v1;
+    requestList.clear();
+    requestorName.reset();
+    requestExtensions.reset();
+    signedPart.algorithm.reset();
+    signedPart.signature.reset();
+    signedPart.received = CBlob();
+    certs.reset();
+}
+
 CBlob CRequestMessage::Data::EncodeTbsRequest() const {
     ASN1BEREncodeBuffer buffer;
     ASN1T_TBSRequest tbs;
@@ -94,6 +111,18 @@ CBlob CRequestMessage::encode() const {
 
 void CRequestMessage::decode(const CBlob& encoded) {
     Trace::Guard("CRequestMessage::decode", [&] {
+        if (m_data->holdsNothing()) {
+            // An empty object is filled in place and emptied again if the decode fails,
+            // which leaves it as it was without a second record.
+            try {
+                Codec::DecodeWith<ASN1T_OCSPRequest_traits>(encoded, *m_data,
+                                                            Codec::OnEmpty::InvalidArgument);
+            } catch (...) {
+                m_data->dropAll();
+                throw;
+            }
+            return;
+        }
         // The fields go into a fresh record, which then takes the entries held so far in
         // front of the decoded ones: the object changes only once everything converted.
         Data decoded;

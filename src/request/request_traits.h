@@ -41,6 +41,10 @@ struct VELMOR_OCSP_LOCAL CRequestMessage::Data : Detail::PooledRecord {
     Data(const Data& other);
     // Exchanges every field with other, without allocating.
     void swap(Data& other) noexcept;
+    // Whether every field has its default value (a new or cleared-out request).
+    bool holdsNothing() const noexcept;
+    // Gives every field its default value; the list object of requestList stays.
+    void dropAll() noexcept;
 
     // The DER of tbsRequest alone: the octets that are signed.
     CBlob EncodeTbsRequest() const;

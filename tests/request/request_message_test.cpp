@@ -153,6 +153,28 @@ TEST(CRequestMessage, FailedDecodeLeavesTheObjectAsItWas) {
     EXPECT_TRUE(request.verify(Data("pki/rsa/client.der")));
 }
 
+TEST(CRequestMessage, AnEmptyObjectIsStillEmptyAfterAFailedDecode) {
+    // An object holding nothing is decoded into in place: every failure must empty it again.
+    CRequestMessage source = WithEntries({1, 2});
+    const CBlob name = Hex("300f310d300b06035504030c0474657374");
+    source.put_requestorName(&name);
+    SignWithRsaClient(source);
+    const CBlob good = source.encode();
+    const std::string empty = HexOf(CRequestMessage().encode());
+    for (unsigned long cut = 1; cut < good.cbData(); ++cut) {
+        CRequestMessage request;
+        EXPECT_HRESULT_THROW(request.decode(CBlob(good.pbData(), cut)), CRYPT_E_ASN1_INTERNAL);
+        EXPECT_TRUE(request.get_requestList().empty()) << "cut at " << cut;
+        EXPECT_EQ(request.get_requestorName(), nullptr) << "cut at " << cut;
+        EXPECT_EQ(request.get_signature(), nullptr) << "cut at " << cut;
+        EXPECT_EQ(request.get_signatureCerts(), nullptr) << "cut at " << cut;
+        EXPECT_EQ(HexOf(request.encode()), empty) << "cut at " << cut;
+        // and it takes a good request afterwards as a new object would
+        request.decode(good);
+        EXPECT_EQ(HexOf(request.encode()), HexOf(good)) << "cut at " << cut;
+    }
+}
+
 TEST(CRequestMessage, SignatureWithoutAlgorithmCannotBeEncoded) {
     // Only decode and sign set the signature, always with its algorithm; the converter
     // itself refuses the inconsistent state.
