@@ -1,5 +1,6 @@
 // BER reader: primitive values, and strings in primitive or constructed form.
 #include "asn1/asn1_detail.h"
+#include "asn1/asn1_digits.h"
 #include "asn1/asn1_reader.h"
 
 #include <array>
@@ -314,6 +315,9 @@ namespace {
 
 // Whether every octet is one a time may be written with: 0-9 . , + - Z (so no NUL either).
 bool IsTimeText(const ASN1OCTET* text, std::size_t size) noexcept {
+    if (IsDerTimeForm(text, size)) {
+        return true;
+    }
     static constexpr auto kAllowed = [] {
         std::array<bool, 256> allowed{};
         for (char c : {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', '.', ',', '+', '-', 'Z'}) {
@@ -321,11 +325,11 @@ bool IsTimeText(const ASN1OCTET* text, std::size_t size) noexcept {
         }
         return allowed;
     }();
-    bool valid = true;
+    unsigned char valid = 1;
     for (std::size_t i = 0; i < size; ++i) {
-        valid &= kAllowed[text[i]];
+        valid &= static_cast<unsigned char>(kAllowed[text[i]]);
     }
-    return valid;
+    return valid != 0;
 }
 
 } // namespace
@@ -333,7 +337,14 @@ bool IsTimeText(const ASN1OCTET* text, std::size_t size) noexcept {
 bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
     const std::size_t start = offset();
     ASN1TDynOctStr raw;
-    if (!readStringBytes(tag, raw)) {
+    std::size_t len = 0;
+    // The common form, a primitive element with a short length, is read in place; any other
+    // (constructed strings, long lengths, wrong tags) takes the general string path.
+    if (nextIsShort(shortIdentifier(tag & ~TM_CONS), len)) {
+        raw.data = data_ + pos_ + 2;
+        raw.numocts = static_cast<OSUINT32>(len);
+        pos_ += 2 + len;
+    } else if (!readStringBytes(tag, raw)) {
         return false;
     }
     if (!IsTimeText(raw.data, raw.numocts)) {

@@ -154,7 +154,11 @@ void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDa
     out = CopyText(ctxt, std::string_view(text, length));
 }
 
-void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) { value = CDateTime(in); }
+void ASN1GeneralizedTime_traits::get(const char* in, CDateTime& value) {
+    if (!CDateTime::TryParseGeneralizedTime(in, value)) {
+        ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
+    }
+}
 
 // A whole GeneralizedTime element goes through the ArchiveCutoff structure, which is a bare
 // GeneralizedTime.

@@ -1,5 +1,7 @@
 // CDateTime: construction, GeneralizedTime parsing and formatting, chrono conversion.
 #include "foundation/datetime_text.h"
+
+#include "asn1/asn1_digits.h"
 #include "trace/trace_guard.h"
 
 #include <cstdio>
@@ -135,14 +137,6 @@ bool ReadFields(const char* p, Fields& f) noexcept {
     return ReadZone(p, f.offset) && *p == '\0';
 }
 
-// Eight ASCII digits as loaded little-endian into x: each octet is 0x30..0x39.
-bool EightDigits(std::uint64_t x) noexcept {
-    constexpr std::uint64_t kHighNibbles = 0xF0F0F0F0F0F0F0F0u;
-    constexpr std::uint64_t kZeros = 0x3030303030303030u;
-    constexpr std::uint64_t kSixes = 0x0606060606060606u;
-    return (x & kHighNibbles) == kZeros && ((x + kSixes) & kHighNibbles) == kZeros;
-}
-
 // The four two-digit numbers of eight digits, in octets 0, 2, 4 and 6 of the result.
 std::uint64_t DigitPairs(std::uint64_t x) noexcept {
     x -= 0x3030303030303030u;
@@ -158,16 +152,13 @@ unsigned OctetOf(std::uint64_t x, int index) noexcept {
 // terminating NUL is read.
 bool ReadDerFields(const char* p, Fields& f) noexcept {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    if (strnlen(p, 16) != 15 || p[14] != 'Z') {
+    if (!Asn1Rt::IsDerTimeForm(reinterpret_cast<const unsigned char*>(p), strnlen(p, 16))) {
         return false;
     }
     std::uint64_t date = 0;  // YYYYMMDD
     std::uint64_t clock = 0; // DDHHMMSS: the day again, then the time
     std::memcpy(&date, p, 8);
     std::memcpy(&clock, p + 6, 8);
-    if (!EightDigits(date) || !EightDigits(clock)) {
-        return false;
-    }
     date = DigitPairs(date);
     clock = DigitPairs(clock);
     f.year = OctetOf(date, 0) * 100 + OctetOf(date, 2);

@@ -20,7 +20,7 @@
 namespace Velmor::Detail {
 
 inline constexpr std::size_t kLargestPooled = 512;
-inline constexpr std::size_t kHeldBytesPerThread = std::size_t{1} << 20;
+inline constexpr std::size_t kHeldBytesPerThread = std::size_t{4} << 20;
 
 // A block of at least size octets, aligned for any fundamental type; throws std::bad_alloc.
 VELMOR_OCSP_LOCAL void* PoolAllocate(std::size_t size);
