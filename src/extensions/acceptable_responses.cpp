@@ -20,7 +20,7 @@ CAcceptableResponses::CAcceptableResponses(const CAcceptableResponses& other) = 
 CAcceptableResponses& CAcceptableResponses::operator=(const CAcceptableResponses& other) = default;
 CAcceptableResponses::~CAcceptableResponses() = default;
 
-struct CExtAcceptableResponses::Data {
+struct CExtAcceptableResponses::Data : Detail::PooledRecord {
     CAcceptableResponses acceptableResponses;
 };
 
@@ -64,7 +64,7 @@ CExtAcceptableResponses::CExtAcceptableResponses() : CExtValue(ExtensionOid::kAc
 CExtAcceptableResponses::CExtAcceptableResponses(const CAcceptableResponses& acceptableResponses)
     : CExtValue(ExtensionOid::kAcceptableResponses), m_data(nullptr) {
     Trace::Guard("CExtAcceptableResponses::CExtAcceptableResponses", [&] {
-        Value::Install(*this, value(), std::make_unique<Data>(Data{acceptableResponses}));
+        Value::Install(*this, value(), std::make_unique<Data>(Data{{}, acceptableResponses}));
     });
 }
 

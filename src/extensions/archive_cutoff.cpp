@@ -10,7 +10,7 @@ namespace Velmor::PKI::OCSP {
 
 using Detail::Records;
 
-struct CExtArchiveCutoff::Data {
+struct CExtArchiveCutoff::Data : Detail::PooledRecord {
     CDateTime archiveCutoff{0, 0};
 };
 
@@ -39,7 +39,7 @@ CExtArchiveCutoff::CExtArchiveCutoff() : CExtValue(ExtensionOid::kArchiveCutoff)
 CExtArchiveCutoff::CExtArchiveCutoff(const CDateTime& archiveCutoff)
     : CExtValue(ExtensionOid::kArchiveCutoff), m_data(nullptr) {
     Trace::Guard("CExtArchiveCutoff::CExtArchiveCutoff", [&] {
-        Value::Install(*this, value(), std::make_unique<Data>(Data{archiveCutoff}));
+        Value::Install(*this, value(), std::make_unique<Data>(Data{{}, archiveCutoff}));
     });
 }
 

@@ -11,7 +11,7 @@ namespace Velmor::PKI::OCSP {
 using ASN1::CCRLDistPointsSyntax;
 using Detail::Records;
 
-struct CExtCRLLocator::Data {
+struct CExtCRLLocator::Data : Detail::PooledRecord {
     CCRLDistPointsSyntax distributionPoints;
 };
 
@@ -38,7 +38,7 @@ CExtCRLLocator::CExtCRLLocator() : CExtValue(ExtensionOid::kCRLLocator) { Record
 CExtCRLLocator::CExtCRLLocator(const CCRLDistPointsSyntax& distributionPoints)
     : CExtValue(ExtensionOid::kCRLLocator), m_data(nullptr) {
     Trace::Guard("CExtCRLLocator::CExtCRLLocator", [&] {
-        Value::Install(*this, value(), std::make_unique<Data>(Data{distributionPoints}));
+        Value::Install(*this, value(), std::make_unique<Data>(Data{{}, distributionPoints}));
     });
 }
 

@@ -15,7 +15,7 @@ namespace Velmor::PKI::OCSP {
 
 using Detail::Records;
 
-struct CExtCrlReference::Data {
+struct CExtCrlReference::Data : Detail::PooledRecord {
     std::optional<CStringProxy> crlUrl;  // common URLs fit its inline storage
     std::optional<unsigned long> crlNum; // at most 0xFFFFFFFF
     std::optional<CDateTime> crlTime;

@@ -14,7 +14,7 @@ namespace Velmor::PKI::OCSP {
 using ASN1::CAuthorityInfoAccessSyntax;
 using Detail::Records;
 
-struct CExtServiceLocator::Data {
+struct CExtServiceLocator::Data : Detail::PooledRecord {
     CBlob issuer; // DER of a Name; empty until set
     std::unique_ptr<CAuthorityInfoAccessSyntax> locator;
 

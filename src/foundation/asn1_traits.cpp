@@ -4,6 +4,7 @@
 
 #include "foundation/codec_frame.h"
 #include "foundation/datetime_text.h"
+#include "foundation/entry_recycler.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
 
@@ -286,8 +287,20 @@ namespace {
 
 // Appends the value of one decoded Extension to items.
 void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
-    items.emplace_back(OidText(in.extnID), in.critical,
-                       BlobOf(in.extnValue.data, in.extnValue.numocts));
+    const char* oid = OidText(in.extnID);
+    if (!Velmor::Detail::EntryRecycler<CExtension>::TakeOne(items)) {
+        items.emplace_back(oid, in.critical, BlobOf(in.extnValue.data, in.extnValue.numocts));
+        return;
+    }
+    try {
+        CExtension& extension = items.back();
+        extension.put_extnID(oid);
+        extension.put_critical(in.critical != 0);
+        extension.put_extnValue(BlobOf(in.extnValue.data, in.extnValue.numocts));
+    } catch (...) {
+        items.pop_back();
+        throw;
+    }
 }
 
 } // namespace

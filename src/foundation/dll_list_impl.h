@@ -12,6 +12,7 @@
 #ifndef VELMOR_SRC_FOUNDATION_DLL_LIST_IMPL_H
 #define VELMOR_SRC_FOUNDATION_DLL_LIST_IMPL_H
 
+#include "foundation/entry_recycler.h"
 #include "foundation/record_pool.h"
 #include <cstdint>
 #include <limits>
@@ -108,7 +109,13 @@ template <class T> CDllList<T>& CDllList<T>::operator=(const CDllList& other) {
     return *this;
 }
 
-template <class T> CDllList<T>::~CDllList() { Detail::PoolDelete(&detail::AsList<T>(impl())); }
+template <class T> CDllList<T>::~CDllList() {
+    std::list<T>& items = detail::AsList<T>(impl());
+    if constexpr (Detail::RecyclesEntries<T>::value) {
+        Detail::EntryRecycler<T>::Keep(items);
+    }
+    Detail::PoolDelete(&items);
+}
 
 template <class T> void CDllList<T>::assign(size_type n, const T& v) {
     detail::RequireRoom<T>(size(), n);

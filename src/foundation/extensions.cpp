@@ -4,6 +4,9 @@
 
 #include "foundation/dll_list_impl.h"
 
+// Decoded extensions are overwritten field by field: spare ones are reused.
+template <> struct Velmor::Detail::RecyclesEntries<Velmor::ASN1::CExtension> : std::true_type {};
+
 namespace Velmor::ASN1 {
 
 CExtValue::CExtValue(const char* oid) : m_oid(oid) {}

@@ -37,15 +37,24 @@ void SetRequestList(ASN1CTXT* ctxt, ASN1T__SeqOfRequest& out, const CSingleReque
     }
 }
 
-// Appends one entry per decoded Request, each built in place.
+// Appends one entry per decoded Request, each converted in place: in one the thread kept
+// from a destroyed list, else in a new one. An entry whose conversion fails is removed again.
 void AppendRequestList(const ASN1T__SeqOfRequest& in, CSingleRequestList& list) {
     if (in.count > list.max_size() - list.size()) {
         throw std::length_error("list<T> too long");
     }
     std::list<CSingleRequest>& entries = Detail::UnderlyingList(list);
     for (const OSRTDListNode* node = in.head; node != nullptr; node = node->next) {
-        CSingleRequest& entry = entries.emplace_back(CReqCert(nullptr));
-        ASN1T_Request_traits::get(*static_cast<const ASN1T_Request*>(node->data), entry);
+        if (!Detail::EntryRecycler<CSingleRequest>::TakeOne(entries)) {
+            entries.emplace_back(CReqCert(nullptr));
+        }
+        try {
+            ASN1T_Request_traits::get(*static_cast<const ASN1T_Request*>(node->data),
+                                      entries.back());
+        } catch (...) {
+            entries.pop_back();
+            throw;
+        }
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include "asn1/ocsp_types.h"
 #include "foundation/certificate_list.h"
+#include "foundation/entry_recycler.h"
 #include "foundation/value_record.h"
 #include "message/signed_part.h"
 
@@ -26,6 +27,14 @@ struct VELMOR_OCSP_LOCAL CSingleRequest::Data : Detail::PooledRecord {
         : reqCert(other.reqCert),
           singleRequestExtensions(Detail::CopyOf(other.singleRequestExtensions.get())) {}
 };
+
+} // namespace Velmor::PKI::OCSP
+
+// A decoded request's entries are overwritten field by field: spare ones are reused.
+template <>
+struct Velmor::Detail::RecyclesEntries<Velmor::PKI::OCSP::CSingleRequest> : std::true_type {};
+
+namespace Velmor::PKI::OCSP {
 
 struct VELMOR_OCSP_LOCAL CRequestMessage::Data : Detail::PooledRecord {
     Version version = v1;

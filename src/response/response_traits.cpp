@@ -180,7 +180,8 @@ struct Taken {
 };
 
 // Appends one entry per decoded SingleResponse, each converted in place: in an entry taken
-// from spare while there are any, else in a new one. An entry whose conversion fails is
+// from spares while there are any, else in one the thread kept from a destroyed list, else
+// in a new one. An entry whose conversion fails is
 // removed again before the failure goes on.
 void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& list,
                      std::list<CSingleResponse>& spares) {
@@ -190,10 +191,10 @@ void AppendResponses(const ASN1T__SeqOfSingleResponse& in, CSingleResponseList& 
     static const CCertStatus unknown;
     std::list<CSingleResponse>& entries = Detail::UnderlyingList(list);
     for (const OSRTDListNode* node = in.head; node != nullptr; node = node->next) {
-        if (spares.empty()) {
-            entries.emplace_back(CReqCert(nullptr), unknown, CDateTime());
-        } else {
+        if (!spares.empty()) {
             entries.splice(entries.end(), spares, spares.begin());
+        } else if (!Detail::EntryRecycler<CSingleResponse>::TakeOne(entries)) {
+            entries.emplace_back(CReqCert(nullptr), unknown, CDateTime());
         }
         try {
             ASN1T_SingleResponse_traits::get(*static_cast<const ASN1T_SingleResponse*>(node->data),

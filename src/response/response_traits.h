@@ -5,6 +5,7 @@
 
 #include "asn1/ocsp_types.h"
 #include "foundation/certificate_list.h"
+#include "foundation/entry_recycler.h"
 #include "foundation/value_record.h"
 #include "message/signed_part.h"
 
@@ -42,6 +43,14 @@ struct VELMOR_OCSP_LOCAL CSingleResponse::Data : Detail::PooledRecord {
           nextUpdate(other.nextUpdate),
           singleExtensions(Detail::CopyOf(other.singleExtensions.get())) {}
 };
+
+} // namespace Velmor::PKI::OCSP
+
+// A decoded response's entries are overwritten field by field: spare ones are reused.
+template <>
+struct Velmor::Detail::RecyclesEntries<Velmor::PKI::OCSP::CSingleResponse> : std::true_type {};
+
+namespace Velmor::PKI::OCSP {
 
 struct VELMOR_OCSP_LOCAL CBasicResponse::Data : Detail::PooledRecord {
     Version version = v1;
