@@ -35,6 +35,34 @@ std::string EntityTag(const CBlob& der) {
     return "\"" + Hex(CBlob(digest, size)) + "\"";
 }
 
+// The DER of a SEQUENCE around content.
+std::string DerSequence(const std::string& content) {
+    std::string der(1, '\x30');
+    std::size_t size = content.size();
+    if (size < 0x80) {
+        der += static_cast<char>(size);
+    } else {
+        std::string length;
+        for (; size != 0; size >>= 8) {
+            length.insert(length.begin(), static_cast<char>(size & 0xff));
+        }
+        der += static_cast<char>(0x80 | length.size());
+        der += length;
+    }
+    return der + content;
+}
+
+// The DER of the request that asks about certId (DER) and nothing else: OCSPRequest,
+// TBSRequest, requestList and Request, four SEQUENCEs around the CertID, no version, no
+// name, no extensions, no signature.
+std::string PlainRequest(const std::string& certId) {
+    std::string der = certId;
+    for (int level = 0; level < 4; ++level) {
+        der = DerSequence(der);
+    }
+    return der;
+}
+
 std::shared_ptr<const Reply> ReplyOf(const Answer& answer) {
     auto reply = std::make_shared<Reply>();
     reply->der = answer.der;
@@ -45,8 +73,11 @@ std::shared_ptr<const Reply> ReplyOf(const Answer& answer) {
         if (answer.nextUpdate) {
             reply->nextUpdate = answer.nextUpdate->seconds();
         }
-        if (!answer.nonce) {
-            reply->etag = EntityTag(answer.der); // an answer for one client is not kept
+        if (!answer.nonce) { // an answer for one client is not kept
+            reply->etag = EntityTag(answer.der);
+            reply->expiresAt = reply->nextUpdate ? *reply->nextUpdate : reply->thisUpdate;
+            reply->lastModified = HttpDate(reply->thisUpdate);
+            reply->expires = HttpDate(reply->expiresAt);
         }
     }
     return reply;
@@ -73,6 +104,20 @@ std::string CacheKey(const CRequestMessage& request) {
 }
 
 } // namespace
+
+std::string HttpDate(std::int64_t seconds) {
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const std::time_t time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[40];
+    std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[parts.tm_wday],
+                  parts.tm_mday, kMonths[parts.tm_mon], parts.tm_year + 1900, parts.tm_hour,
+                  parts.tm_min, parts.tm_sec);
+    return text;
+}
 
 bool CachingResponder::FileStamp::operator==(const FileStamp& other) const noexcept {
     return device == other.device && inode == other.inode && size == other.size &&
@@ -119,6 +164,7 @@ void CachingResponder::checkIndex() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_index = std::move(index);
         ++m_generation;
+        m_plain.clear();
         m_cache.clear();
     } catch (const ToolError& e) {
         std::fprintf(stderr, "velmor-ocsp: %s; still answering from the index read before\n",
@@ -128,13 +174,22 @@ void CachingResponder::checkIndex() {
 
 std::shared_ptr<const Reply> CachingResponder::answer(const CBlob& requestDer) {
     checkIndex();
+    const std::int64_t now = std::time(nullptr);
+    const std::string_view bytes(reinterpret_cast<const char*>(requestDer.pbData()),
+                                 requestDer.cbData());
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto plain = m_plain.find(bytes);
+        if (plain != m_plain.end() && now < plain->second->cached.freshUntil) {
+            return plain->second->cached.reply;
+        }
+    }
     try {
         std::string problem;
         const std::optional<CRequestMessage> request = DecodeRequest(requestDer, &problem);
         if (!request) {
             return m_malformed;
         }
-        const std::int64_t now = std::time(nullptr);
         const std::string key = CacheKey(*request);
         if (!key.empty()) {
             const std::lock_guard<std::mutex> lock(m_mutex);
@@ -143,7 +198,7 @@ std::shared_ptr<const Reply> CachingResponder::answer(const CBlob& requestDer) {
                 return cached->second.reply;
             }
         }
-        return answerAnew(*request, now, key);
+        return answerAnew(*request, now, key, bytes);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "velmor-ocsp: cannot answer a request: %s; answered internalError\n",
                      e.what());
@@ -152,8 +207,8 @@ std::shared_ptr<const Reply> CachingResponder::answer(const CBlob& requestDer) {
 }
 
 std::shared_ptr<const Reply> CachingResponder::answerAnew(const CRequestMessage& request,
-                                                          std::int64_t now,
-                                                          const std::string& key) {
+                                                          std::int64_t now, const std::string& key,
+                                                          std::string_view requestDer) {
     std::shared_ptr<const CaIndex> index;
     std::uint64_t generation = 0;
     {
@@ -167,10 +222,21 @@ std::shared_ptr<const Reply> CachingResponder::answerAnew(const CRequestMessage&
     const bool known = answer.code == kAllGood || answer.code == kRevoked;
     if (!key.empty() && answer.status == successful && known && reply->nextUpdate &&
         *reply->nextUpdate > now) {
-        const std::int64_t freshUntil = now + (*reply->nextUpdate - now) / 2;
+        const Cached cached{reply, now + (*reply->nextUpdate - now) / 2};
+        const bool plain = requestDer == PlainRequest(key);
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (generation == m_generation && m_cache.size() < kMostCached) {
-            m_cache.insert_or_assign(key, Cached{reply, freshUntil});
+            m_cache.insert_or_assign(key, cached);
+            if (plain) {
+                const auto existing = m_plain.find(requestDer);
+                if (existing != m_plain.end()) {
+                    existing->second->cached = cached;
+                } else {
+                    auto entry = std::make_unique<Plain>(Plain{std::string(requestDer), cached});
+                    const std::string_view view = entry->requestDer;
+                    m_plain.emplace(view, std::move(entry));
+                }
+            }
         }
     }
     return reply;

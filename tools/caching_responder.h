@@ -8,7 +8,8 @@
 // parameters are absent or NULL and whose serial number the index holds: it cannot grow
 // beyond a few entries per certificate, whatever clients send. The index file is looked at
 // (its size, time and inode) at most once a second, from the requests; when it changed it is
-// read again and the cache is emptied.
+// read again and the cache is emptied. A cached answer is also found by the bytes of a
+// request that holds its CertID and nothing else, without decoding the request.
 #ifndef VELMOR_TOOLS_CACHING_RESPONDER_H
 #define VELMOR_TOOLS_CACHING_RESPONDER_H
 
@@ -24,6 +25,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace VelmorTool {
@@ -37,9 +39,17 @@ struct Reply {
     std::int64_t thisUpdate = 0;
     std::optional<std::int64_t> nextUpdate;
     bool nonce = false;
-    // "hex of the SHA-1 of der", quotes included; for successful answers without nonce only
+    // For successful answers without nonce only, made once for every time the answer goes
+    // out: "hex of the SHA-1 of der", quotes included, and the HTTP dates of thisUpdate and
+    // of the time the answer expires (nextUpdate, or thisUpdate when there is none).
     std::string etag;
+    std::string lastModified;
+    std::string expires;
+    std::int64_t expiresAt = 0; // seconds since 1970
 };
+
+// An HTTP date: "Tue, 03 Feb 2026 10:00:00 GMT".
+std::string HttpDate(std::int64_t seconds);
 
 class CachingResponder {
   public:
@@ -66,11 +76,20 @@ class CachingResponder {
         std::int64_t freshUntil; // seconds since 1970
     };
 
+    // An answer kept under the bytes of the request that asked for it, for requests that
+    // hold one CertID and nothing else: most clients send exactly that, and such a request
+    // is answered without being decoded. Its key views requestDer.
+    struct Plain {
+        std::string requestDer;
+        Cached cached;
+    };
+
     // Reads the index again when the file changed since the last look, if that look was
     // a second ago or more.
     void checkIndex();
     std::shared_ptr<const Reply> answerAnew(const Velmor::PKI::OCSP::CRequestMessage& request,
-                                            std::int64_t now, const std::string& key);
+                                            std::int64_t now, const std::string& key,
+                                            std::string_view requestDer);
 
     const std::string m_indexPath;
     const Responder m_responder;
@@ -85,6 +104,8 @@ class CachingResponder {
     std::shared_ptr<const CaIndex> m_index;
     std::uint64_t m_generation = 0; // counts the index's readings
     std::unordered_map<std::string, Cached> m_cache;
+    // At most one entry for each entry of m_cache: the request that names its CertID alone.
+    std::unordered_map<std::string_view, std::unique_ptr<Plain>> m_plain;
 };
 
 } // namespace VelmorTool

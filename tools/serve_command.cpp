@@ -49,19 +49,15 @@ constexpr std::chrono::seconds kStopGrace{1};
 // A POST's path is not read, only matched; a longer one is refused before it is.
 constexpr std::size_t kMostPostTarget = 2048;
 
-// An HTTP date: "Tue, 03 Feb 2026 10:00:00 GMT".
-std::string HttpDate(std::int64_t seconds) {
-    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const std::time_t time = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[40];
-    std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[parts.tm_wday],
-                  parts.tm_mday, kMonths[parts.tm_mon], parts.tm_year + 1900, parts.tm_hour,
-                  parts.tm_min, parts.tm_sec);
-    return text;
+// The HTTP date of now, made once a second by each thread.
+const std::string& DateNow(std::int64_t now) {
+    thread_local std::int64_t made = -1;
+    thread_local std::string date;
+    if (now != made) {
+        date = HttpDate(now);
+        made = now;
+    }
+    return date;
 }
 
 // True when an If-None-Match header names etag (or is "*"). Weak tags compare by their
@@ -90,19 +86,20 @@ bool NoneMatchNames(const std::string& header, const std::string& etag) {
 
 void Send(const httplib::Request& request, httplib::Response& response, const Reply& reply) {
     const std::int64_t now = std::time(nullptr);
-    response.set_header("Date", HttpDate(now));
+    response.set_header("Date", DateNow(now));
     if (reply.status == successful && !reply.nonce) {
         // Anyone may keep the answer until its nextUpdate and must not serve it after.
-        const std::int64_t until = reply.nextUpdate ? *reply.nextUpdate : reply.thisUpdate;
-        response.set_header("Last-Modified", HttpDate(reply.thisUpdate));
-        response.set_header("Expires", HttpDate(until));
+        const std::int64_t until = reply.expiresAt;
+        response.set_header("Last-Modified", reply.lastModified);
+        response.set_header("Expires", reply.expires);
         response.set_header("Cache-Control",
                             "max-age=" + std::to_string(until > now ? until - now : 0) +
                                 ", public, no-transform, must-revalidate");
         response.set_header("ETag", reply.etag);
         const bool readOnly = request.method == "GET" || request.method == "HEAD";
-        if (readOnly && request.has_header("If-None-Match") &&
-            NoneMatchNames(request.get_header_value("If-None-Match"), reply.etag)) {
+        const auto condition = request.headers.find("If-None-Match");
+        if (readOnly && condition != request.headers.end() &&
+            NoneMatchNames(condition->second, reply.etag)) {
             response.status = 304;
             // No body; the length is that of the answer a 200 would carry.
             response.set_header("Content-Length", std::to_string(reply.der.cbData()));
@@ -136,7 +133,7 @@ void AnswerGet(CachingResponder& responder, const httplib::Request& request,
     const std::string_view path = TargetPath(request.target);
     if (path.find_first_not_of('/') == std::string_view::npos) {
         // The root answers a health check.
-        response.set_header("Date", HttpDate(std::time(nullptr)));
+        response.set_header("Date", DateNow(std::time(nullptr)));
         response.set_header("Cache-Control", "max-age=0, no-cache");
         response.status = 200;
         response.set_content("OCSP responder\n", "text/plain");
@@ -171,7 +168,7 @@ const char* Reason(int status) {
 // and then reports failure.
 void Refuse(httplib::Response& response, int status) {
     response.status = status;
-    response.set_header("Date", HttpDate(std::time(nullptr)));
+    response.set_header("Date", DateNow(std::time(nullptr)));
     response.set_header("Cache-Control", "max-age=0, no-cache");
     response.set_header("Connection", "close");
     auto text = std::make_shared<std::string>(std::to_string(status) + " " + Reason(status) + "\n");
@@ -216,7 +213,7 @@ void AnswerPost(CachingResponder& responder, std::size_t maxBody, const httplib:
 httplib::Server::HandlerResponse DescribeError(const httplib::Request&,
                                                httplib::Response& response) {
     if (response.body.empty() && !response.has_header("Content-Type")) {
-        response.set_header("Date", HttpDate(std::time(nullptr)));
+        response.set_header("Date", DateNow(std::time(nullptr)));
         response.set_header("Cache-Control", "max-age=0, no-cache");
         response.set_content(std::to_string(response.status) + " " + Reason(response.status) + "\n",
                              "text/plain");

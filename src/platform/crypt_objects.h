@@ -8,6 +8,8 @@
 
 #include <array>
 #include <atomic>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace Velmor::Win32::Detail {
@@ -19,6 +21,12 @@ struct ProviderState {
     PkeyPtr key;
     // Index of the next PP_ENUMALGS_EX record; shared by every reference to the handle.
     std::atomic<std::size_t> nextAlgorithm{0};
+    // Signing contexts for key not in use, each with the digest it was set up for. Setting
+    // one up (OpenSSL 3.0 fetches the signature and the digest again by name) costs a few
+    // microseconds, a tenth of a P-256 signature, and one context makes any number of
+    // signatures; threads that sign with the provider at once each take their own.
+    std::mutex signingMutex;
+    std::vector<std::pair<const EVP_MD*, PkeyCtxPtr>> idleSigning;
 };
 
 // A hash in progress (context set) or finished (value set).

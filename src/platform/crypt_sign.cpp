@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
+#include <mutex>
 #include <openssl/err.h>
 #include <openssl/rsa.h>
 
@@ -70,6 +72,34 @@ class VerifyContexts {
     std::uint64_t clock_ = 0;
 };
 
+// The most idle signing contexts a provider keeps: as many as threads that sign with it at
+// once, in any likely use.
+constexpr std::size_t kMostIdleSigning = 64;
+
+// A signing context for the provider's key and md, taken from those it keeps or set up anew;
+// null when the key cannot be used with that digest.
+PkeyCtxPtr TakeSigningContext(ProviderState& provider, const EVP_MD* md) {
+    {
+        const std::lock_guard<std::mutex> lock(provider.signingMutex);
+        auto& idle = provider.idleSigning;
+        for (auto it = idle.rbegin(); it != idle.rend(); ++it) {
+            if (it->first == md) {
+                PkeyCtxPtr context = std::move(it->second);
+                idle.erase(std::next(it).base());
+                return context;
+            }
+        }
+    }
+    return SignatureContext(provider.key.get(), md, true);
+}
+
+void ReturnSigningContext(ProviderState& provider, const EVP_MD* md, PkeyCtxPtr context) {
+    const std::lock_guard<std::mutex> lock(provider.signingMutex);
+    if (provider.idleSigning.size() < kMostIdleSigning) {
+        provider.idleSigning.emplace_back(md, std::move(context));
+    }
+}
+
 // Signs the hash with its provider's key and keeps the signature, reversed, in the hash.
 // OpenSSL's errors are taken off its queue again: the last error reports the failure.
 BOOL SignHash(HashState& hash) {
@@ -78,7 +108,8 @@ BOOL SignHash(HashState& hash) {
         return Fail(NTE_NO_KEY);
     }
     ERR_set_mark();
-    const PkeyCtxPtr context = SignatureContext(key, DigestFor(hash.algId), true);
+    const EVP_MD* md = DigestFor(hash.algId);
+    PkeyCtxPtr context = TakeSigningContext(*hash.provider, md);
     if (context == nullptr) {
         ERR_pop_to_mark();
         return Fail(NTE_BAD_ALGID);
@@ -94,8 +125,9 @@ BOOL SignHash(HashState& hash) {
     }
     ERR_pop_to_mark();
     if (!ok) {
-        return Fail(NTE_BAD_KEY);
+        return Fail(NTE_BAD_KEY); // the context is not used again
     }
+    ReturnSigningContext(*hash.provider, md, std::move(context));
     signature.resize(size);
     std::reverse(signature.begin(), signature.end());
     hash.signature = std::move(signature);

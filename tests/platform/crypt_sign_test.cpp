@@ -9,6 +9,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/crypt_test_support.h"
@@ -181,6 +182,46 @@ TEST(CryptSign, RsaSignaturesAreOpenSslsReversed) {
         EXPECT_EQ(Sign(provider, algId, kData), Reversed(expected)) << std::hex << algId;
     }
     EVP_PKEY_free(key);
+    EXPECT_TRUE(CryptReleaseContext(provider, 0));
+}
+
+// A provider keeps the signing contexts it set up and uses them again: each signature must
+// still be made with the digest its hash asked for, by one thread or by several at once.
+TEST(CryptSign, SigningAgainKeepsEachHashsDigest) {
+    const HCRYPTPROV provider = OpenKey(KeyPath(kRsa), PROV_RSA_FULL);
+    EVP_PKEY* key = ReadFixtureKey(kRsa);
+    const std::pair<ALG_ID, const EVP_MD*> hashes[] = {
+        {CALG_SHA1, EVP_sha1()}, {CALG_SHA_256, EVP_sha256()}, {CALG_SHA_512, EVP_sha512()}};
+    std::vector<Bytes> expected;
+    for (const auto& [algId, md] : hashes) {
+        EVP_MD_CTX* context = EVP_MD_CTX_new();
+        std::size_t size = 0;
+        EXPECT_EQ(EVP_DigestSignInit(context, nullptr, md, nullptr, key), 1);
+        EVP_DigestSign(context, nullptr, &size, kData.data(), kData.size());
+        Bytes signature(size);
+        EVP_DigestSign(context, signature.data(), &size, kData.data(), kData.size());
+        EVP_MD_CTX_free(context);
+        expected.push_back(Reversed(signature));
+    }
+    EVP_PKEY_free(key);
+    for (int round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::size_t at = round % 2 == 0 ? i : 2 - i;
+            EXPECT_EQ(Sign(provider, hashes[at].first, kData), expected[at]) << round << " " << at;
+        }
+    }
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (std::size_t n = 0; n < 30; ++n) {
+                const std::size_t at = (t + n) % 3;
+                EXPECT_EQ(Sign(provider, hashes[at].first, kData), expected[at]) << t << " " << n;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     EXPECT_TRUE(CryptReleaseContext(provider, 0));
 }
 
