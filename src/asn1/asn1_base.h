@@ -143,7 +143,20 @@ class Arena {
     Arena& operator=(const Arena&) = delete;
 
     // size bytes aligned to kAlign, or null when the cap would be passed or memory is out.
-    void* allocate(std::size_t size) noexcept;
+    // Taken from the current block when it has room (every element of a small message);
+    // anything else goes to allocateElsewhere.
+    void* allocate(std::size_t size) noexcept {
+        const std::size_t rounded = (size + kAlign - 1) & ~(kAlign - 1);
+        if (rounded >= size && rounded <= left_ && handedOut_ <= cap_ &&
+            rounded <= cap_ - handedOut_) {
+            void* p = cur_;
+            cur_ += rounded;
+            left_ -= rounded;
+            handedOut_ += rounded;
+            return p;
+        }
+        return allocateElsewhere(size);
+    }
     // Frees every heap block and rewinds to the empty inline block; the cap is kept.
     void release() noexcept;
     // Changes the cap (bytes handed out in total, counted with alignment padding).
@@ -156,6 +169,7 @@ class Arena {
   private:
     struct Block;
     bool addBlock(std::size_t minSize) noexcept;
+    void* allocateElsewhere(std::size_t size) noexcept;
 
     alignas(kAlign) unsigned char inline_[kInlineSize];
     unsigned char* cur_;
@@ -204,7 +218,16 @@ struct ASN1CTXT {
 
 // size bytes of context memory, 16-byte aligned; null (and RTERR_NOMEM recorded in the
 // context) when the cap is reached or memory is out. size 0 gives a valid non-null pointer.
-void* rtMemHeapAlloc(ASN1CTXT* ctxt, std::size_t size) noexcept;
+// Records RTERR_NOMEM in ctxt (when there is one); returns null.
+void* rtMemHeapAllocFailed(ASN1CTXT* ctxt) noexcept;
+inline void* rtMemHeapAlloc(ASN1CTXT* ctxt, std::size_t size) noexcept {
+    if (ctxt != nullptr) {
+        if (void* p = ctxt->arena.allocate(size)) {
+            return p;
+        }
+    }
+    return rtMemHeapAllocFailed(ctxt);
+}
 // As rtMemHeapAlloc, zero-filled.
 void* rtMemHeapAllocZ(ASN1CTXT* ctxt, std::size_t size) noexcept;
 // A copy of size bytes in context memory, or null on failure (non-null for size 0).

@@ -84,7 +84,7 @@ bool Arena::addBlock(std::size_t minSize) noexcept {
     return true;
 }
 
-void* Arena::allocate(std::size_t size) noexcept {
+void* Arena::allocateElsewhere(std::size_t size) noexcept {
     std::size_t rounded = roundUp(size);
     if (size != 0 && rounded == 0) {
         return nullptr;
@@ -197,15 +197,11 @@ int rtErrSet(ASN1CTXT* ctxt, int status, const char* what, std::size_t offset) n
 
 // ---- Allocation
 
-void* rtMemHeapAlloc(ASN1CTXT* ctxt, std::size_t size) noexcept {
-    if (ctxt == nullptr) {
-        return nullptr;
-    }
-    void* p = ctxt->arena.allocate(size);
-    if (p == nullptr) {
+void* rtMemHeapAllocFailed(ASN1CTXT* ctxt) noexcept {
+    if (ctxt != nullptr) {
         setError(ctxt, RTERR_NOMEM, "arena", nullptr, kNoOffset);
     }
-    return p;
+    return nullptr;
 }
 
 void* rtMemHeapAllocZ(ASN1CTXT* ctxt, std::size_t size) noexcept {

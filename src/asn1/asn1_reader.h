@@ -79,7 +79,19 @@ class BerReader {
     // True when the next element carries tag (for OPTIONAL fields and CHOICEs).
     bool nextIs(ASN1TAG tag) noexcept {
         std::size_t len = 0;
-        return nextIsShort(shortIdentifier(tag), len) || (more() && peekTag() == tag);
+        const ASN1OCTET id = shortIdentifier(tag);
+        if (nextIsShort(id, len)) {
+            return true;
+        }
+        // Another one-octet identifier is another tag, whatever follows it: the element is
+        // parsed, and any fault in it found, when the field it belongs to reads it.
+        if (id != 0 && live() && pos_ < size_) {
+            const ASN1OCTET next = data_[pos_];
+            if (next != id && next != 0 && (next & 0x1F) != 0x1F) {
+                return false;
+            }
+        }
+        return more() && peekTag() == tag;
     }
     // As nextIs, with either value of the constructed bit (strings may come in BER's
     // constructed form, so an OPTIONAL [n] IMPLICIT OCTET STRING is tested with this).

@@ -350,9 +350,15 @@ bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
     if (!IsTimeText(raw.data, raw.numocts)) {
         return failElement(start, RTERR_BADVALUE, "character in a time");
     }
-    char* text = rtMemStrNDup(ctxt_, raw.data, raw.numocts);
+    // The DER form's fifteen characters and NUL are copied with fixed sizes.
+    char* text = raw.numocts == 15 ? static_cast<char*>(rtMemHeapAlloc(ctxt_, 16))
+                                   : rtMemStrNDup(ctxt_, raw.data, raw.numocts);
     if (text == nullptr) {
         return failElement(start, RTERR_NOMEM, "time");
+    }
+    if (raw.numocts == 15) {
+        std::memcpy(text, raw.data, 15);
+        text[15] = '\0';
     }
     value = text;
     return true;

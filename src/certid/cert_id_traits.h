@@ -38,7 +38,8 @@ struct ASN1T_ReqCert_traits {
 
 // The reference of a request or response entry: as ASN1T_ReqCert_traits::get, and a choice
 // that the decoder did not fill gives the reference of a default entry, a full certificate
-// of type certificate with an empty certificate.
+// of type certificate with an empty certificate. A CertID value already holds is overwritten
+// in place: callers drop the entry when this throws.
 void GetEntryReference(const ASN1T_ReqCert& in, CReqCert& value);
 
 } // namespace Velmor::PKI::OCSP

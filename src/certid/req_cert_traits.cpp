@@ -95,6 +95,14 @@ void ASN1T_ReqCert_traits::get(const ASN1T_ReqCert& in, CReqCert& value) {
 }
 
 void GetEntryReference(const ASN1T_ReqCert& in, CReqCert& value) {
+    // An entry whose conversion fails is dropped by its decoder, so a CertID the entry already
+    // holds (one kept from an earlier decode) is overwritten in place, every field of it.
+    if (in.t == T_ReqCert_certID) {
+        if (const CCertID* held = value.get_certID()) {
+            ASN1T_CertID_traits::get(*in.u.certID, const_cast<CCertID&>(*held));
+            return;
+        }
+    }
     ASN1T_ReqCert_traits::get(in, value);
     if (value.get_certID() == nullptr && value.get_fullCertType() == nullptr &&
         value.get_certIdWithSignature() == nullptr) {
