@@ -127,6 +127,16 @@ int ASN1BEREncodeBuffer::putBytes(const void* data, std::size_t size) noexcept {
 int ASN1BEREncodeBuffer::putByte(ASN1OCTET octet) noexcept { return putBytes(&octet, 1); }
 
 int ASN1BEREncodeBuffer::putTagLen(ASN1TAG tag, std::size_t contentLen) noexcept {
+    // The common header, a one-octet identifier and a short length, is written in place.
+    const ASN1TAG number = tag & TM_IDCODE_MASK;
+    if (number < 31 && contentLen < 0x80 && ok() && capacity_ - used_ >= 2) {
+        used_ += 2;
+        ASN1OCTET* out = front();
+        out[0] = static_cast<ASN1OCTET>(((tag >> 24) & 0xC0) | ((tag & TM_CONS) != 0 ? 0x20 : 0) |
+                                        number);
+        out[1] = static_cast<ASN1OCTET>(contentLen);
+        return 2;
+    }
     ASN1OCTET header[Velmor::Asn1Rt::kMaxHeaderLen];
     return putBytes(header, Velmor::Asn1Rt::encodeHeader(tag, contentLen, header));
 }
