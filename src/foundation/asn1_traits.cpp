@@ -332,11 +332,11 @@ bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensi
     return true;
 }
 
-std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in) {
+Detail::Owned<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in) {
     if (!present) {
         return nullptr;
     }
-    auto extensions = std::make_unique<CExtensions>();
+    auto extensions = Detail::MakeOwned<CExtensions>();
     ASN1T_Extensions_traits::get(in, *extensions);
     return extensions;
 }

@@ -7,6 +7,7 @@
 
 #include "asn1/ocsp_types.h"
 #include "foundation/certificate_list.h"
+#include "foundation/value_record.h"
 
 #include <memory>
 #include <pki/ocsp/algorithm_identifier.h>
@@ -71,7 +72,7 @@ struct ASN1T_Extensions_traits {
 // and not empty, and says whether it did: an empty list is left off the wire. Get gives the
 // decoded list when the field was present (an empty one stays present), null otherwise.
 bool SetOptionalExtensions(ASN1CTXT* ctxt, ASN1T_Extensions& out, const CExtensions* value);
-std::unique_ptr<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in);
+Detail::Owned<CExtensions> GetOptionalExtensions(bool present, const ASN1T_Extensions& in);
 
 struct ASN1T_GeneralName_traits {
     using Type = ASN1T_GeneralName;

@@ -54,9 +54,27 @@ struct Records {
     }
 };
 
+// Frees an object made by PoolNew.
+template <class T> struct PoolDeleter {
+    void operator()(T* object) const noexcept { PoolDelete(object); }
+};
+
+// An optional field of a record (extensions, a requestor name): null when absent, the value
+// in a pool block, so that decoding one costs no allocation once the thread has freed one.
+template <class T> using Owned = std::unique_ptr<T, PoolDeleter<T>>;
+
+template <class T, class... Args> Owned<T> MakeOwned(Args&&... args) {
+    return Owned<T>(PoolNew<T>(std::forward<Args>(args)...));
+}
+
 // An owned copy of an optional field: null stays null.
 template <class T> std::unique_ptr<T> CopyOf(const T* value) {
     return value != nullptr ? std::make_unique<T>(*value) : nullptr;
+}
+
+// The same for a field held as Owned.
+template <class T> Owned<T> OwnedCopyOf(const T* value) {
+    return value != nullptr ? MakeOwned<T>(*value) : nullptr;
 }
 
 } // namespace Velmor::Detail

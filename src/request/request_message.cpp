@@ -14,13 +14,13 @@
 namespace Velmor::PKI::OCSP {
 
 using namespace Velmor::ASN1;
-using Detail::CopyOf;
+using Detail::OwnedCopyOf;
 using Detail::Records;
 
 CRequestMessage::Data::Data(const Data& other)
     : version(other.version), requestList(other.requestList),
-      requestorName(CopyOf(other.requestorName.get())),
-      requestExtensions(CopyOf(other.requestExtensions.get())), signedPart(other.signedPart),
+      requestorName(OwnedCopyOf(other.requestorName.get())),
+      requestExtensions(OwnedCopyOf(other.requestExtensions.get())), signedPart(other.signedPart),
       certs(other.certs) {}
 
 void CRequestMessage::Data::swap(Data& other) noexcept {
@@ -85,7 +85,7 @@ void CRequestMessage::put_requestList(const CSingleRequestList& requestList) {
 const CBlob* CRequestMessage::get_requestorName() const { return m_data->requestorName.get(); }
 
 void CRequestMessage::put_requestorName(const CBlob* requestorName) {
-    m_data->requestorName = CopyOf(requestorName);
+    m_data->requestorName = OwnedCopyOf(requestorName);
 }
 
 const CExtensions* CRequestMessage::get_requestExtensions() const {
@@ -93,7 +93,7 @@ const CExtensions* CRequestMessage::get_requestExtensions() const {
 }
 
 void CRequestMessage::put_requestExtensions(const CExtensions* requestExtensions) {
-    m_data->requestExtensions = CopyOf(requestExtensions);
+    m_data->requestExtensions = OwnedCopyOf(requestExtensions);
 }
 
 const CBlob* CRequestMessage::get_signature() const { return m_data->signedPart.signature.get(); }

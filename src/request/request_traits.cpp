@@ -121,7 +121,7 @@ void ASN1T_OCSPRequest_traits::get(const ASN1T_OCSPRequest& in, Record& value) {
         if (name.get_directoryName() == nullptr) {
             ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL); // only a directoryName names a requestor here
         }
-        value.requestorName = std::make_unique<CBlob>(*name.get_directoryName());
+        value.requestorName = Detail::MakeOwned<CBlob>(*name.get_directoryName());
     }
     AppendRequestList(tbs.requestList, value.requestList);
     value.requestExtensions =

@@ -18,14 +18,14 @@ namespace Velmor::PKI::OCSP {
 
 struct VELMOR_OCSP_LOCAL CSingleRequest::Data : Detail::PooledRecord {
     CReqCert reqCert;
-    std::unique_ptr<ASN1::CExtensions> singleRequestExtensions;
+    Detail::Owned<ASN1::CExtensions> singleRequestExtensions;
 
     Data() = default;
     explicit Data(const CReqCert& cert) : reqCert(cert) {}
     explicit Data(CReqCert&& cert) noexcept : reqCert(std::move(cert)) {}
     Data(const Data& other)
         : reqCert(other.reqCert),
-          singleRequestExtensions(Detail::CopyOf(other.singleRequestExtensions.get())) {}
+          singleRequestExtensions(Detail::OwnedCopyOf(other.singleRequestExtensions.get())) {}
 };
 
 } // namespace Velmor::PKI::OCSP
@@ -39,8 +39,8 @@ namespace Velmor::PKI::OCSP {
 struct VELMOR_OCSP_LOCAL CRequestMessage::Data : Detail::PooledRecord {
     Version version = v1;
     CSingleRequestList requestList;
-    std::unique_ptr<CBlob> requestorName;
-    std::unique_ptr<ASN1::CExtensions> requestExtensions;
+    Detail::Owned<CBlob> requestorName;
+    Detail::Owned<ASN1::CExtensions> requestExtensions;
     // The signature, its algorithm and the tbsRequest as received.
     SignedPart signedPart;
     CertificateList certs;

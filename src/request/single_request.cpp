@@ -35,7 +35,7 @@ const CExtensions* CSingleRequest::get_singleRequestExtensions() const {
 }
 
 void CSingleRequest::put_singleRequestExtensions(const CExtensions* extensions) {
-    m_data->singleRequestExtensions = Detail::CopyOf(extensions);
+    m_data->singleRequestExtensions = Detail::OwnedCopyOf(extensions);
 }
 
 CSingleRequestList::CSingleRequestList() = default;

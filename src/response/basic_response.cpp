@@ -11,13 +11,13 @@
 namespace Velmor::PKI::OCSP {
 
 using namespace Velmor::ASN1;
-using Detail::CopyOf;
+using Detail::OwnedCopyOf;
 using Detail::Records;
 
 CBasicResponse::Data::Data(const Data& other)
     : version(other.version), producedAt(other.producedAt), responderID(other.responderID),
       signedPart(other.signedPart), responses(other.responses), certs(other.certs),
-      responseExtensions(CopyOf(other.responseExtensions.get())) {}
+      responseExtensions(OwnedCopyOf(other.responseExtensions.get())) {}
 
 CBlob CBasicResponse::Data::EncodeTbsResponseData() const {
     ASN1BEREncodeBuffer buffer;
@@ -71,7 +71,7 @@ void CBasicResponse::put_responses(const CSingleResponseList& responses) {
 void CBasicResponse::put_certs(const CBlobList* certs) { m_data->certs.put(certs); }
 
 void CBasicResponse::put_responseExtensions(const CExtensions* responseExtensions) {
-    m_data->responseExtensions = CopyOf(responseExtensions);
+    m_data->responseExtensions = OwnedCopyOf(responseExtensions);
 }
 
 CBlob CBasicResponse::encode() const {

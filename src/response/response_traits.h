@@ -31,7 +31,7 @@ struct VELMOR_OCSP_LOCAL CSingleResponse::Data : Detail::PooledRecord {
     CCertStatus certStatus;
     CDateTime thisUpdate;
     std::optional<CDateTime> nextUpdate;
-    std::unique_ptr<ASN1::CExtensions> singleExtensions;
+    Detail::Owned<ASN1::CExtensions> singleExtensions;
 
     Data() : reqCert(CReqCert::certificate, CBlob()) {}
     Data(const CReqCert& cert, const CCertStatus& status, const CDateTime& time)
@@ -41,7 +41,7 @@ struct VELMOR_OCSP_LOCAL CSingleResponse::Data : Detail::PooledRecord {
     Data(const Data& other)
         : reqCert(other.reqCert), certStatus(other.certStatus), thisUpdate(other.thisUpdate),
           nextUpdate(other.nextUpdate),
-          singleExtensions(Detail::CopyOf(other.singleExtensions.get())) {}
+          singleExtensions(Detail::OwnedCopyOf(other.singleExtensions.get())) {}
 };
 
 } // namespace Velmor::PKI::OCSP
@@ -60,7 +60,7 @@ struct VELMOR_OCSP_LOCAL CBasicResponse::Data : Detail::PooledRecord {
     SignedPart signedPart;
     CSingleResponseList responses;
     CertificateList certs;
-    std::unique_ptr<ASN1::CExtensions> responseExtensions;
+    Detail::Owned<ASN1::CExtensions> responseExtensions;
 
     Data() = default;
     Data(const CDateTime& produced, const CResponderID& responder)

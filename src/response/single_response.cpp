@@ -100,7 +100,7 @@ void CSingleResponse::put_nextUpdate(const CDateTime* nextUpdate) {
 }
 
 void CSingleResponse::put_singleExtensions(const CExtensions* singleExtensions) {
-    m_data->singleExtensions = Detail::CopyOf(singleExtensions);
+    m_data->singleExtensions = Detail::OwnedCopyOf(singleExtensions);
 }
 
 CSingleResponseList::CSingleResponseList() = default;
