@@ -9,22 +9,6 @@ namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-int Sextet(char c) noexcept {
-    if (c >= 'A' && c <= 'Z') {
-        return c - 'A';
-    }
-    if (c >= 'a' && c <= 'z') {
-        return c - 'a' + 26;
-    }
-    if (c >= '0' && c <= '9') {
-        return c - '0' + 52;
-    }
-    if (c == '+') {
-        return 62;
-    }
-    return c == '/' ? 63 : -1;
-}
-
 bool IsSpace(char c) noexcept { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 std::string_view Trim(std::string_view line) {
@@ -102,7 +86,7 @@ bool LooksLikeBase64(const Bytes& content) {
         if (IsSpace(c)) {
             continue;
         }
-        if (Sextet(c) < 0 && c != '=') {
+        if (Base64Sextet(c) < 0 && c != '=') {
             return false;
         }
         any = true;
@@ -111,6 +95,22 @@ bool LooksLikeBase64(const Bytes& content) {
 }
 
 } // namespace
+
+int Base64Sextet(char c, bool pathForms) noexcept {
+    if (c >= 'A' && c <= 'Z') {
+        return c - 'A';
+    }
+    if (c >= 'a' && c <= 'z') {
+        return c - 'a' + 26;
+    }
+    if (c >= '0' && c <= '9') {
+        return c - '0' + 52;
+    }
+    if (c == '+' || (pathForms && (c == ' ' || c == '-'))) {
+        return 62;
+    }
+    return c == '/' || (pathForms && c == '_') ? 63 : -1;
+}
 
 std::string Base64(const Bytes& bytes) {
     std::string text;
@@ -158,7 +158,7 @@ std::optional<Bytes> FromBase64(std::string_view text) {
             if (padding != 0) {
                 return std::nullopt; // a character after '='
             }
-            sextets[static_cast<std::size_t>(j)] = Sextet(c);
+            sextets[static_cast<std::size_t>(j)] = Base64Sextet(c);
             if (sextets[static_cast<std::size_t>(j)] < 0) {
                 return std::nullopt;
             }

@@ -13,6 +13,10 @@ namespace VelmorTool {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// The value of a base64 character, or -1. With pathForms, also the forms clients write in a
+// URL path: '+' as a space or '-', '/' as '_'.
+int Base64Sextet(char c, bool pathForms = false) noexcept;
+
 // Base64 of bytes on one line, with padding and without a line end.
 std::string Base64(const Bytes& bytes);
 // The bytes of base64 text; whitespace between the characters is ignored. Null for any other

@@ -20,31 +20,6 @@ int HexValue(char c) noexcept {
     return -1;
 }
 
-// The value of a base64 character as clients write it in a path ('+' as a space or '-', '/'
-// as '_'), or -1.
-int Sextet(char c) noexcept {
-    if (c >= 'A' && c <= 'Z') {
-        return c - 'A';
-    }
-    if (c >= 'a' && c <= 'z') {
-        return c - 'a' + 26;
-    }
-    if (c >= '0' && c <= '9') {
-        return c - '0' + 52;
-    }
-    switch (c) {
-    case '+':
-    case ' ':
-    case '-':
-        return 62;
-    case '/':
-    case '_':
-        return 63;
-    default:
-        return -1;
-    }
-}
-
 } // namespace
 
 std::string GetPath(const Bytes& der) {
@@ -92,7 +67,7 @@ std::optional<Bytes> RequestFromGetPath(std::string_view path) {
             padded = true; // as much as there is: the length says what the last group holds
             continue;
         }
-        const int value = Sextet(c);
+        const int value = Base64Sextet(c, true);
         if (padded || value < 0) {
             return std::nullopt; // not base64, or padding that is not at the end
         }
