@@ -130,12 +130,17 @@ TEST(CRequestMessage, DecodeAppendsEntriesAndReplacesEverythingElse) {
     EXPECT_EQ(back.get_requestList().front().get_singleRequestExtensions(), nullptr);
 }
 
-TEST(CRequestMessage, FailedDecodeLeavesTheObjectAsItWas) {
+// A signed request with a requestor name and two entries, encoded.
+CBlob SignedNamedTwoEntryRequest() {
     CRequestMessage source = WithEntries({1, 2});
     const CBlob name = Hex("300f310d300b06035504030c0474657374");
     source.put_requestorName(&name);
     SignWithRsaClient(source);
-    const CBlob good = source.encode();
+    return source.encode();
+}
+
+TEST(CRequestMessage, FailedDecodeLeavesTheObjectAsItWas) {
+    const CBlob good = SignedNamedTwoEntryRequest();
 
     CRequestMessage request;
     request.decode(good);
@@ -155,11 +160,7 @@ TEST(CRequestMessage, FailedDecodeLeavesTheObjectAsItWas) {
 
 TEST(CRequestMessage, AnEmptyObjectIsStillEmptyAfterAFailedDecode) {
     // An object holding nothing is decoded into in place: every failure must empty it again.
-    CRequestMessage source = WithEntries({1, 2});
-    const CBlob name = Hex("300f310d300b06035504030c0474657374");
-    source.put_requestorName(&name);
-    SignWithRsaClient(source);
-    const CBlob good = source.encode();
+    const CBlob good = SignedNamedTwoEntryRequest();
     const std::string empty = HexOf(CRequestMessage().encode());
     for (unsigned long cut = 1; cut < good.cbData(); ++cut) {
         CRequestMessage request;
