@@ -11,12 +11,9 @@ KnownDerNames& KnownDerNames::ofThisThread() {
 }
 
 bool KnownDerNames::contains(const ASN1OCTET* der, std::size_t size) const noexcept {
-    for (const std::vector<ASN1OCTET>& name : m_names) {
-        if (size != 0 && name.size() == size && std::memcmp(name.data(), der, size) == 0) {
-            return true;
-        }
-    }
-    return false;
+    // A known Name is one whole element: when it starts der, it is all of der or a prefix of
+    // it followed by other octets.
+    return size != 0 && prefixOf(der, size) == size;
 }
 
 std::size_t KnownDerNames::prefixOf(const ASN1OCTET* data, std::size_t available) const noexcept {
