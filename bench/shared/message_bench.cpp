@@ -14,6 +14,7 @@
 // against an installed library (bench/run-shared-bench.sh), and by bench/CMakeLists.txt
 // against the static archive, so that the two builds run the same code.
 #include "alloc_counter.h"
+#include "operation.h"
 #include "signed_message.h"
 
 #include <algorithm>
@@ -45,12 +46,11 @@ using Velmor::PKI::OCSP::CBasicResponse;
 using Velmor::PKI::OCSP::CRequestMessage;
 using Velmor::PKI::OCSP::CResponseMessage;
 using Velmor::PKI::OCSP::CSingleResponseList;
+using velmor_bench::Keep;
+using velmor_bench::Operation;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
-
-// Keeps the compiler from dropping a computation whose result is otherwise unused.
-template <class T> void Keep(const T& value) { asm volatile("" : : "r,m"(value) : "memory"); }
 
 [[noreturn]] void Fail(const std::string& what) {
     std::fprintf(stderr, "message_bench: %s\n", what.c_str());
@@ -207,13 +207,6 @@ void CheckAllocationCounter(const Bytes& request) {
     Require(theirs >= 1, "d2i_OCSP_REQUEST counted no allocation: the counter does not see "
                          "OpenSSL's allocations");
 }
-
-// One row of the table: two batch runners, each making n calls of its side.
-struct Operation {
-    std::string name;
-    std::function<void(std::size_t)> ours;
-    std::function<void(std::size_t)> openssl;
-};
 
 // The message decoded once; each call of ours verifies it from the signer certificate's
 // DER (parse, key import, hash, check), each of OpenSSL's makes a context for the key it
