@@ -43,7 +43,7 @@ std::string FormatAllocations(double allocations) {
 }
 
 void PrintComparison(const std::map<std::string, Measurement>& results) {
-    std::printf("\n%-34s %12s %12s %9s %10s %10s\n", "operation", "velmor ns", "openssl ns",
+    std::printf("\n%-40s %12s %12s %9s %10s %10s\n", "operation", "velmor ns", "openssl ns",
                 "speedup", "allocs(v)", "allocs(o)");
     for (const auto& [name, ours] : results) {
         const auto slash = name.rfind("/Velmor");
@@ -55,7 +55,7 @@ void PrintComparison(const std::map<std::string, Measurement>& results) {
         if (peer == results.end()) {
             continue;
         }
-        std::printf("%-34s %12.1f %12.1f %8.2fx %10s %10s\n", operation.c_str(), ours.nanoseconds,
+        std::printf("%-40s %12.1f %12.1f %8.2fx %10s %10s\n", operation.c_str(), ours.nanoseconds,
                     peer->second.nanoseconds, peer->second.nanoseconds / ours.nanoseconds,
                     FormatAllocations(ours.allocations).c_str(),
                     FormatAllocations(peer->second.allocations).c_str());

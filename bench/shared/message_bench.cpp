@@ -2,7 +2,8 @@
 // against OpenSSL's d2i/i2d on the same bytes, in one process; the verification of a signed
 // request and of a basic response from its signer's certificate against a bare
 // EVP_DigestVerify of the same to-be-signed octets with the signer's key made beforehand;
-// and a responder's sign + encode against OCSP_basic_sign + i2d.
+// and a responder's sign + encode against OCSP_basic_sign + i2d; and the typed extension
+// classes (extension_operations.cpp, shared with bench/extensions_bench.cpp).
 //
 // Each operation is timed in rounds. A round runs a batch of N calls of ours and a batch of
 // N calls of OpenSSL's, back to back, the side that goes first alternating from round to
@@ -14,6 +15,8 @@
 // against an installed library (bench/run-shared-bench.sh), and by bench/CMakeLists.txt
 // against the static archive, so that the two builds run the same code.
 #include "alloc_counter.h"
+#include "extension_operations.h"
+#include "operation.h"
 #include "signed_message.h"
 
 #include <algorithm>
@@ -45,12 +48,11 @@ using Velmor::PKI::OCSP::CBasicResponse;
 using Velmor::PKI::OCSP::CRequestMessage;
 using Velmor::PKI::OCSP::CResponseMessage;
 using Velmor::PKI::OCSP::CSingleResponseList;
+using velmor_bench::Keep;
+using velmor_bench::Operation;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
-
-// Keeps the compiler from dropping a computation whose result is otherwise unused.
-template <class T> void Keep(const T& value) { asm volatile("" : : "r,m"(value) : "memory"); }
 
 [[noreturn]] void Fail(const std::string& what) {
     std::fprintf(stderr, "message_bench: %s\n", what.c_str());
@@ -207,13 +209,6 @@ void CheckAllocationCounter(const Bytes& request) {
     Require(theirs >= 1, "d2i_OCSP_REQUEST counted no allocation: the counter does not see "
                          "OpenSSL's allocations");
 }
-
-// One row of the table: two batch runners, each making n calls of its side.
-struct Operation {
-    std::string name;
-    std::function<void(std::size_t)> ours;
-    std::function<void(std::size_t)> openssl;
-};
 
 // The message decoded once; each call of ours verifies it from the signer certificate's
 // DER (parse, key import, hash, check), each of OpenSSL's makes a context for the key it
@@ -552,7 +547,7 @@ Timing Measure(const Operation& operation, const Settings& settings) {
 
     const double oursNs = Median(ours);
     const double theirNs = Median(theirs);
-    std::printf("%-36s %10.1f %10.1f %7.2fx  %5.2f-%-5.2f %7.1f %7.1f\n", operation.name.c_str(),
+    std::printf("%-40s %10.1f %10.1f %7.2fx  %5.2f-%-5.2f %7.1f %7.1f\n", operation.name.c_str(),
                 oursNs, theirNs, theirNs / oursNs, Quantile(ratios, 0.25), Quantile(ratios, 0.75),
                 oursAllocations, theirAllocations);
     std::fflush(stdout);
@@ -630,14 +625,15 @@ int main(int argc, char** argv) {
                          Velmor::Win32::PROV_RSA_FULL, "1.2.840.113549.1.1.11");
         AddSignAndEncode(operations, "basic sign+encode, 1 entry P-256", basicEc, "ec",
                          Velmor::Win32::PROV_EC_ECDSA_FULL, "1.2.840.10045.4.3.2");
+        velmor_bench::AddExtensionOperations(operations);
 
         if (settings.profileCalls == 0) {
             std::printf("%d rounds; per call: median ns of each side, speedup = OpenSSL / ours, "
                         "p25-p75 of the per-round speedups, heap allocations\n\n",
                         settings.rounds);
-            std::printf("%-36s %10s %10s %8s  %-11s %7s %7s\n", "operation", "ours ns",
+            std::printf("%-40s %10s %10s %8s  %-11s %7s %7s\n", "operation", "ours ns",
                         "openssl ns", "speedup", "p25-p75", "allocs", "allocs");
-            std::printf("%-36s %10s %10s %8s  %-11s %7s %7s\n", "", "", "", "", "", "ours",
+            std::printf("%-40s %10s %10s %8s  %-11s %7s %7s\n", "", "", "", "", "", "ours",
                         "openssl");
         }
         std::map<std::string, Timing> timings;
