@@ -1,10 +1,12 @@
 #include "foundation/oid_text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <vector>
 
 namespace Velmor::Codec {
 
@@ -116,15 +118,48 @@ std::size_t WriteArc(std::string_view arc, unsigned addend, std::uint8_t* out) {
     return WriteSubidentifier(value, out);
 }
 
-void AppendNumber(std::string& out, std::uint64_t value) {
-    char digits[24];
-    const auto result = std::to_chars(digits, digits + sizeof digits, value);
-    out.append(digits, result.ptr);
-}
+// Gathers text in a stack buffer and hands it to a string in few appends: an OID's text is
+// built from many short pieces.
+class TextSink {
+  public:
+    explicit TextSink(std::string& out) noexcept : out_(out) {}
+    TextSink(const TextSink&) = delete;
+    TextSink& operator=(const TextSink&) = delete;
 
-// Appends ".arc" for the subidentifier in data[0, size); for the first one, "f.arc" with
-// its first arc f split off.
-void AppendSubidentifier(const std::uint8_t* data, std::size_t size, bool first, std::string& out) {
+    void put(char c) {
+        makeRoom(1);
+        buffer_[used_++] = c;
+    }
+    void putNumber(std::uint64_t value) {
+        makeRoom(20); // the digits of 2^64 - 1
+        used_ = static_cast<std::size_t>(
+            std::to_chars(buffer_ + used_, buffer_ + kSize, value).ptr - buffer_);
+    }
+    void putText(std::string_view text) {
+        flush();
+        out_.append(text);
+    }
+    void flush() {
+        out_.append(buffer_, used_);
+        used_ = 0;
+    }
+
+  private:
+    static constexpr std::size_t kSize = 128;
+    void makeRoom(std::size_t size) {
+        if (kSize - used_ < size) {
+            flush();
+        }
+    }
+
+    std::string& out_;
+    char buffer_[kSize];
+    std::size_t used_ = 0;
+};
+
+// Puts ".arc" for the subidentifier in data[0, size); for the first one, "f.arc" with its
+// first arc f split off.
+void PutSubidentifier(const std::uint8_t* data, std::size_t size, bool first, TextSink& out) {
     if (size <= kMaxFastGroups) {
         std::uint64_t value = 0;
         for (std::size_t i = 0; i < size; ++i) {
@@ -133,11 +168,11 @@ void AppendSubidentifier(const std::uint8_t* data, std::size_t size, bool first,
         if (first) {
             // The first subidentifier is 40 * first + second; first 2 takes every value >= 80.
             const unsigned firstArc = value < 40 ? 0 : value < 80 ? 1 : 2;
-            out += static_cast<char>('0' + firstArc);
+            out.put(static_cast<char>('0' + firstArc));
             value -= 40 * firstArc;
         }
-        out += '.';
-        AppendNumber(out, value);
+        out.put('.');
+        out.putNumber(value);
         return;
     }
     Decimal value;
@@ -145,11 +180,11 @@ void AppendSubidentifier(const std::uint8_t* data, std::size_t size, bool first,
         MulAdd(value, 128, data[i] & 0x7Fu);
     }
     if (first) {
-        out += '2'; // more than 63 bits: far above 80
+        out.put('2'); // more than 63 bits: far above 80
         Subtract(value, 80);
     }
-    out += '.';
-    out += ToText(value);
+    out.put('.');
+    out.putText(ToText(value));
 }
 
 } // namespace
@@ -161,27 +196,92 @@ struct KnownOid {
     std::string_view text;
 };
 
-// The OIDs that nearly every OCSP message carries, whose text is looked up rather than
-// computed: the response type, the nonce, the usual hashes, signature and key algorithms.
+// The OIDs that OCSP messages carry, whose text is looked up rather than computed: the OCSP
+// arc (the access method, response types and extensions), the CRL entry extensions, the usual
+// hashes, and the signature and key algorithms.
 constexpr KnownOid kKnownOids[] = {
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01", "1.3.6.1.5.5.7.48.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x01", "1.3.6.1.5.5.7.48.1.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x02", "1.3.6.1.5.5.7.48.1.2"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x03", "1.3.6.1.5.5.7.48.1.3"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x04", "1.3.6.1.5.5.7.48.1.4"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x05", "1.3.6.1.5.5.7.48.1.5"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x06", "1.3.6.1.5.5.7.48.1.6"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x07", "1.3.6.1.5.5.7.48.1.7"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x08", "1.3.6.1.5.5.7.48.1.8"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01\x09", "1.3.6.1.5.5.7.48.1.9"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x02", "1.3.6.1.5.5.7.48.2"},
+    {"\x55\x1d\x15", "2.5.29.21"},
+    {"\x55\x1d\x18", "2.5.29.24"},
+    {"\x55\x1d\x1d", "2.5.29.29"},
     {"\x2b\x0e\x03\x02\x1a", "1.3.14.3.2.26"},
     {"\x60\x86\x48\x01\x65\x03\x04\x02\x01", "2.16.840.1.101.3.4.2.1"},
+    {"\x60\x86\x48\x01\x65\x03\x04\x02\x02", "2.16.840.1.101.3.4.2.2"},
+    {"\x60\x86\x48\x01\x65\x03\x04\x02\x03", "2.16.840.1.101.3.4.2.3"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01", "1.2.840.113549.1.1.1"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x05", "1.2.840.113549.1.1.5"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0a", "1.2.840.113549.1.1.10"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0b", "1.2.840.113549.1.1.11"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0c", "1.2.840.113549.1.1.12"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0d", "1.2.840.113549.1.1.13"},
     {"\x2a\x86\x48\xce\x3d\x02\x01", "1.2.840.10045.2.1"},
+    {"\x2a\x86\x48\xce\x3d\x03\x01\x07", "1.2.840.10045.3.1.7"},
     {"\x2a\x86\x48\xce\x3d\x04\x03\x02", "1.2.840.10045.4.3.2"},
+    {"\x2a\x86\x48\xce\x3d\x04\x03\x03", "1.2.840.10045.4.3.3"},
+    {"\x2a\x86\x48\xce\x3d\x04\x03\x04", "1.2.840.10045.4.3.4"},
+    {"\x2b\x65\x70", "1.3.101.112"},
 };
+
+// Open-addressed indexes of the table by contents and by text, made at compile time: a lookup
+// hashes its key once and compares about one row.
+constexpr std::size_t kSlots = 128;                 // a power of two, over four times the rows
+using SlotTable = std::array<std::uint8_t, kSlots>; // row + 1; 0 is an empty slot
+
+// FNV-1a of the size and the last four octets, where the rows differ.
+constexpr std::uint32_t HashOf(std::string_view bytes) noexcept {
+    std::uint32_t hash = (2166136261u ^ static_cast<std::uint32_t>(bytes.size())) * 16777619u;
+    for (const char c : bytes.substr(bytes.size() < 4 ? 0 : bytes.size() - 4)) {
+        hash = (hash ^ static_cast<std::uint8_t>(c)) * 16777619u;
+    }
+    return hash;
+}
+
+constexpr std::size_t NextSlot(std::size_t slot) noexcept { return (slot + 1) & (kSlots - 1); }
+
+template <std::string_view KnownOid::*Key> constexpr SlotTable MakeIndex() {
+    static_assert(std::size(kKnownOids) * 4 <= kSlots);
+    SlotTable slots{};
+    for (std::size_t row = 0; row < std::size(kKnownOids); ++row) {
+        std::size_t slot = HashOf(kKnownOids[row].*Key) & (kSlots - 1);
+        while (slots[slot] != 0) {
+            slot = NextSlot(slot);
+        }
+        slots[slot] = static_cast<std::uint8_t>(row + 1);
+    }
+    return slots;
+}
+
+constexpr SlotTable kByContents = MakeIndex<&KnownOid::contents>();
+constexpr SlotTable kByText = MakeIndex<&KnownOid::text>();
+
+// The row whose Key equals key, or null.
+template <std::string_view KnownOid::*Key>
+const KnownOid* FindKnown(const SlotTable& index, std::string_view key) noexcept {
+    for (std::size_t slot = HashOf(key) & (kSlots - 1); index[slot] != 0; slot = NextSlot(slot)) {
+        const KnownOid& row = kKnownOids[index[slot] - 1];
+        if (row.*Key == key) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
 
 } // namespace
 
 std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
-    for (const KnownOid& known : kKnownOids) {
-        if (known.text == text) {
-            std::memcpy(out, known.contents.data(), known.contents.size());
-            return known.contents.size();
-        }
+    if (const KnownOid* known = FindKnown<&KnownOid::text>(kByText, text)) {
+        std::memcpy(out, known->contents.data(), known->contents.size());
+        return known->contents.size();
     }
     constexpr std::size_t kMaxArcs = 128;
     std::size_t count = 0;
@@ -216,13 +316,9 @@ std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
 }
 
 const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept {
-    const std::string_view contents(reinterpret_cast<const char*>(data), size);
-    for (const KnownOid& known : kKnownOids) {
-        if (known.contents == contents) {
-            return known.text.data();
-        }
-    }
-    return nullptr;
+    const KnownOid* known = FindKnown<&KnownOid::contents>(
+        kByContents, std::string_view(reinterpret_cast<const char*>(data), size));
+    return known != nullptr ? known->text.data() : nullptr;
 }
 
 bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out) {
@@ -230,9 +326,14 @@ bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& 
         out += known;
         return true;
     }
+    return ComputeOidText(data, size, out);
+}
+
+bool ComputeOidText(const std::uint8_t* data, std::size_t size, std::string& out) {
     if (size == 0 || (data[size - 1] & 0x80) != 0) {
         return false;
     }
+    TextSink sink(out);
     for (std::size_t start = 0; start < size;) {
         if (data[start] == 0x80) {
             return false; // a subidentifier must not start with a zero group
@@ -241,10 +342,19 @@ bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& 
         while (data[end] & 0x80) {
             ++end;
         }
-        AppendSubidentifier(data + start, end + 1 - start, start == 0, out);
+        PutSubidentifier(data + start, end + 1 - start, start == 0, sink);
         start = end + 1;
     }
+    sink.flush();
     return true;
+}
+
+std::vector<std::string_view> KnownOidTexts() {
+    std::vector<std::string_view> texts;
+    for (const KnownOid& known : kKnownOids) {
+        texts.push_back(known.text);
+    }
+    return texts;
 }
 
 } // namespace Velmor::Codec

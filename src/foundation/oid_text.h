@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Velmor::Codec {
 
@@ -23,6 +24,13 @@ const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept;
 // Appends the dotted text of valid contents octets to out; false (out unspecified) when the
 // octets are not a valid OID encoding.
 bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out);
+
+// The same without looking the contents up among the known OIDs first, for a caller that
+// already has.
+bool ComputeOidText(const std::uint8_t* data, std::size_t size, std::string& out);
+
+// The texts of the OIDs that are looked up rather than computed, for the tests of that table.
+std::vector<std::string_view> KnownOidTexts();
 
 } // namespace Velmor::Codec
 

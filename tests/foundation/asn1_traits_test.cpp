@@ -67,6 +67,23 @@ TEST(OidText, ConvertsBothWaysForArcsOfAnySize) {
     EXPECT_EQ(OidText("50"), "2.0");
 }
 
+// Each row of the looked-up table holds the octets that the arithmetic makes of its text, and
+// is found from them.
+TEST(OidText, KnownTableAgreesWithTheComputedConversion) {
+    const auto texts = Velmor::Codec::KnownOidTexts();
+    ASSERT_GE(texts.size(), 8u);
+    for (const std::string_view text : texts) {
+        const std::string hex = OidHex(std::string(text).c_str());
+        const Bytes contents = FromHex(hex);
+        std::string computed;
+        ASSERT_TRUE(Velmor::Codec::ComputeOidText(contents.data(), contents.size(), computed))
+            << text;
+        EXPECT_EQ(computed, text);
+        EXPECT_STREQ(Velmor::Codec::KnownOidText(contents.data(), contents.size()),
+                     std::string(text).c_str());
+    }
+}
+
 TEST(OidText, RejectsWhatIsNotAnOid) {
     for (const char* text : {"", "1", "3.1", "1.40", "0.40", "01.2", "1.02", "1..2", "1.2.", ".1.2",
                              "1.2.a", "-1.2", "1.2 "}) {
