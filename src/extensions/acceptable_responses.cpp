@@ -5,6 +5,7 @@
 #include "asn1/ocsp_types.h"
 #include "extensions/typed_extension.h"
 #include "foundation/asn1_traits.h"
+#include "foundation/entry_recycler.h"
 #include "foundation/list_access.h"
 #include "trace/trace_guard.h"
 
@@ -38,7 +39,8 @@ struct ASN1T_AcceptableResponses_traits {
         }
     }
 
-    // Each text is made in its place at the end of the list.
+    // Each text is written into a spare element of the thread, or a new one, at the end of
+    // the list.
     static void get(const ASN1T_AcceptableResponses& in, Record& value) {
         CAcceptableResponses& list = value.acceptableResponses;
         list.clear();
@@ -47,8 +49,10 @@ struct ASN1T_AcceptableResponses_traits {
             if (items.size() == list.max_size()) {
                 throw std::length_error("list<T> too long");
             }
-            ASN1::ASN1TObjId_traits::get(*static_cast<const ASN1OBJID*>(node->data),
-                                         items.emplace_back());
+            if (!Detail::EntryRecycler<CStringProxy>::TakeOne(items)) {
+                items.emplace_back();
+            }
+            ASN1::ASN1TObjId_traits::get(*static_cast<const ASN1OBJID*>(node->data), items.back());
         }
     }
 };

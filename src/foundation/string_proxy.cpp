@@ -5,6 +5,10 @@
 
 #include "foundation/dll_list_impl.h"
 
+// Decoded lists of texts (the acceptable response types) overwrite each element they take:
+// spare ones are reused.
+template <> struct Velmor::Detail::RecyclesEntries<Velmor::CStringProxy> : std::true_type {};
+
 namespace Velmor {
 
 CStringProxy::CStringProxy() : m_text(m_inline), m_length(0) { m_inline[0] = '\0'; }
