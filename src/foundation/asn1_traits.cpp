@@ -137,7 +137,7 @@ const char* OidText(const ASN1OBJID& in) {
     }
     thread_local std::string dotted;
     dotted.clear();
-    if (!Velmor::Codec::OidContentsToText(in.data, in.numocts, dotted)) {
+    if (!Velmor::Codec::ComputeOidText(in.data, in.numocts, dotted)) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
     return dotted.c_str();
@@ -370,6 +370,19 @@ void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSy
     }
 }
 
+namespace {
+
+// Gives names to a list field of point without copying its elements: the setter stores an
+// empty list, which then takes them.
+void PutNames(CDistributionPoint& point, void (CDistributionPoint::*put)(const CGeneralNames*),
+              const CGeneralNames* (CDistributionPoint::*get)() const, CGeneralNames& names) {
+    const CGeneralNames empty;
+    (point.*put)(&empty);
+    const_cast<CGeneralNames*>((point.*get)())->swap(names);
+}
+
+} // namespace
+
 // The points are built in place in a new list, which then takes the place of value's.
 void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
                                            CCRLDistPointsSyntax& value) {
@@ -380,8 +393,9 @@ void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
         CDistributionPoint& point = items.emplace_back();
         if (element.m.distributionPointPresent &&
             element.distributionPoint.t == T_DistributionPointName_fullName) {
-            const CGeneralNames names = GetGeneralNames(element.distributionPoint.fullName);
-            point.put_fullName(&names);
+            CGeneralNames names = GetGeneralNames(element.distributionPoint.fullName);
+            PutNames(point, &CDistributionPoint::put_fullName, &CDistributionPoint::get_fullName,
+                     names);
         } else if (element.m.distributionPointPresent) {
             const CBlob rdn =
                 Velmor::Codec::Encode(element.distributionPoint.nameRelativeToCRLIssuer);
@@ -392,8 +406,9 @@ void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
             point.put_reasons(&mask);
         }
         if (element.m.cRLIssuerPresent) {
-            const CGeneralNames issuer = GetGeneralNames(element.cRLIssuer);
-            point.put_cRLIssuer(&issuer);
+            CGeneralNames issuer = GetGeneralNames(element.cRLIssuer);
+            PutNames(point, &CDistributionPoint::put_cRLIssuer, &CDistributionPoint::get_cRLIssuer,
+                     issuer);
         }
     });
     value.swap(points);
