@@ -27,16 +27,17 @@ struct CivilDate {
     unsigned day;   // 1..31
 };
 
-// Days from 1970-01-01 to the given proleptic Gregorian date. The year is shifted to start in
-// March, so that the leap day ends it, and split into 400-year eras of 146097 days each.
-std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) noexcept {
-    year -= month <= 2 ? 1 : 0;
-    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const auto yearOfEra = static_cast<unsigned>(year - era * 400);
+// Days from 1970-01-01 to the given proleptic Gregorian date of a four-digit year. The year
+// is shifted to start in March, so that the leap day ends it, and by one 400-year era of
+// 146097 days, so that the arithmetic stays unsigned; it is then split into such eras.
+std::int64_t DaysFromCivil(unsigned year, unsigned month, unsigned day) noexcept {
+    const unsigned shiftedYear = year + 400 - (month <= 2 ? 1 : 0);
+    const unsigned era = shiftedYear / 400;
+    const unsigned yearOfEra = shiftedYear - era * 400;
     const unsigned shiftedMonth = month > 2 ? month - 3 : month + 9;
     const unsigned dayOfYear = (153 * shiftedMonth + 2) / 5 + day - 1;
     const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<std::int64_t>(dayOfEra) - 719468;
+    return static_cast<std::int64_t>(era) * 146097 + dayOfEra - 719468 - 146097;
 }
 
 // The inverse of DaysFromCivil.
@@ -54,11 +55,11 @@ CivilDate CivilFromDays(std::int64_t days) noexcept {
     return {year + (month <= 2 ? 1 : 0), month, day};
 }
 
-bool IsLeapYear(std::int64_t year) noexcept {
+bool IsLeapYear(unsigned year) noexcept {
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
-unsigned DaysInMonth(std::int64_t year, unsigned month) noexcept {
+unsigned DaysInMonth(unsigned year, unsigned month) noexcept {
     static constexpr unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
 }
@@ -117,8 +118,9 @@ struct Fields {
     std::int64_t offset = 0;
 };
 
-// Splits the text into its fields; checks their form, not their ranges.
-bool ReadFields(const char* p, Fields& f) noexcept {
+// Splits the text into its fields; checks their form, not their ranges. Kept out of line:
+// it is the rare path, after ReadDerFields.
+[[gnu::noinline]] bool ReadFields(const char* p, Fields& f) noexcept {
     if (!ReadNumber(p, 4, f.year) || !ReadNumber(p, 2, f.month) || !ReadNumber(p, 2, f.day) ||
         !ReadNumber(p, 2, f.hour) || !ReadNumber(p, 2, f.minute)) {
         return false;
@@ -182,7 +184,6 @@ bool FieldsInRange(const Fields& f) noexcept {
            f.hour <= 23 && f.minute <= 59 && f.second <= 59;
 }
 
-// YYYYMMDDHHMMSS[.f] of a UTC-based count of seconds; the year must be writable.
 // value's last width decimal digits, zero-padded, at out; returns the position after them.
 char* PutDigits(char* out, std::uint64_t value, int width) noexcept {
     for (int i = width - 1; i >= 0; --i) {
@@ -192,8 +193,16 @@ char* PutDigits(char* out, std::uint64_t value, int width) noexcept {
     return out + width;
 }
 
+// The two digits of value, below 100, at out; returns the position after them.
+char* PutPair(char* out, unsigned value) noexcept {
+    const unsigned tens = value * 205 >> 11; // value / 10 for any value below 1024
+    out[0] = static_cast<char>('0' + tens);
+    out[1] = static_cast<char>('0' + (value - tens * 10));
+    return out + 2;
+}
+
 // YYYYMMDDHHMMSS[.f] of a UTC time at out (at most 24 characters); returns the length.
-// Written digit by digit: a time is formatted for every time field of every message encoded.
+// Written two digits at a time: a time is formatted for every time field of every message encoded.
 std::size_t WriteClock(std::int64_t seconds, unsigned nanoseconds, char* out) {
     std::int64_t days = seconds / kSecondsPerDay;
     std::int64_t secondOfDay = seconds % kSecondsPerDay;
@@ -205,12 +214,15 @@ std::size_t WriteClock(std::int64_t seconds, unsigned nanoseconds, char* out) {
     if (date.year < 0 || date.year > 9999) {
         ATL::AtlThrow(Win32::E_INVALIDARG);
     }
-    char* p = PutDigits(out, static_cast<std::uint64_t>(date.year), 4);
-    p = PutDigits(p, date.month, 2);
-    p = PutDigits(p, date.day, 2);
-    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay / 3600), 2);
-    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay / 60 % 60), 2);
-    p = PutDigits(p, static_cast<std::uint64_t>(secondOfDay % 60), 2);
+    const auto year = static_cast<unsigned>(date.year);
+    const auto second = static_cast<unsigned>(secondOfDay);
+    char* p = PutPair(out, year / 100);
+    p = PutPair(p, year % 100);
+    p = PutPair(p, date.month);
+    p = PutPair(p, date.day);
+    p = PutPair(p, second / 3600);
+    p = PutPair(p, second / 60 % 60);
+    p = PutPair(p, second % 60);
     if (nanoseconds != 0) {
         *p++ = '.';
         p = PutDigits(p, nanoseconds, 9);
