@@ -188,7 +188,10 @@ class Arena {
 // and the first failure seen. A failure is sticky: once status is negative, readers, writers
 // and Encode()/Decode() keep failing until the owning buffer's init()/reset().
 struct ASN1CTXT {
-    explicit ASN1CTXT(std::size_t arenaCap) noexcept : arena(arenaCap) { errPath[0] = '\0'; }
+    explicit ASN1CTXT(std::size_t arenaCap) noexcept : arena(arenaCap) {
+        errText[0] = '\0';
+        errPath[0] = '\0';
+    }
     ASN1CTXT(const ASN1CTXT&) = delete;
     ASN1CTXT& operator=(const ASN1CTXT&) = delete;
 
@@ -203,11 +206,12 @@ struct ASN1CTXT {
     // text naming the element ("RTERR_IDNOTFOU: INTEGER in CertID, unexpected tag 0x04 at
     // offset 17") whose first errReasonLen characters leave the offset out, and the path of
     // the fields being read when a decoder failed ("tbsRequest.requestList[0].reqCert"; ""
-    // when none was named). errPath is written only on failure, so it is not zero-filled.
+    // when none was named). Both texts are written only on failure, so they are not
+    // zero-filled.
     int status = ASN_OK;
     std::size_t errOffset = 0;
     std::size_t errReasonLen = 0;
-    char errText[112] = {};
+    char errText[112];
     char errPath[128];
 
     // Nesting of ASN1CType::Encode/Decode calls; only the outermost checks for trailing bytes.
