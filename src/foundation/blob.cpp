@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "foundation/dll_list_impl.h"
+#include "foundation/record_pool.h"
 #include "trace/trace_guard.h"
 
 namespace Velmor {
@@ -17,6 +18,16 @@ void RequireSource(const void* data, unsigned long size, const char* member) {
     if (data == nullptr && size != 0) {
         Trace::ThrowFrom(member, Win32::E_INVALIDARG);
     }
+}
+
+// Heap storage of capacity octets. Small blocks (a signature, a short value) come from the
+// thread's pool, as the library's records do; FreeStorage must be given the same capacity.
+unsigned char* NewStorage(unsigned long capacity) {
+    return static_cast<unsigned char*>(Detail::PoolAllocate(capacity));
+}
+
+void FreeStorage(unsigned char* data, unsigned long capacity) noexcept {
+    Detail::PoolFree(data, capacity);
 }
 
 } // namespace
@@ -39,7 +50,15 @@ CBlob::CBlob(std::string_view bytes)
 CBlob::CBlob(std::span<const std::uint8_t> bytes) : CBlob(bytes.data(), bytes.size()) {}
 #endif
 
-CBlob::CBlob(const CBlob& other) : CBlob(other.pbData(), other.cbData()) {}
+CBlob::CBlob(const CBlob& other) : CBlob() {
+    if (other.isInline()) {
+        // As in takeFrom: the whole inline buffer in a few moves.
+        std::memcpy(m_inline, other.m_inline, kInlineCapacity);
+        m_size = other.m_size;
+    } else {
+        copyFrom(other.m_data, other.m_size);
+    }
+}
 
 CBlob::CBlob(CBlob&& other) noexcept : CBlob() { takeFrom(other); }
 
@@ -60,7 +79,7 @@ CBlob::~CBlob() { release(); }
 
 void CBlob::release() noexcept {
     if (!isInline()) {
-        delete[] m_data;
+        FreeStorage(m_data, m_capacity);
     }
     m_data = m_inline;
     m_size = 0;
@@ -92,7 +111,7 @@ void CBlob::copyFrom(const unsigned char* data, unsigned long size) {
             std::memmove(m_data, data, size);
         }
     } else {
-        auto* fresh = new unsigned char[size];
+        unsigned char* fresh = NewStorage(size);
         std::memcpy(fresh, data, size);
         release();
         m_data = fresh;
@@ -103,7 +122,7 @@ void CBlob::copyFrom(const unsigned char* data, unsigned long size) {
 
 void CBlob::resize_to(unsigned long size) {
     if (size > m_capacity) {
-        auto* fresh = new unsigned char[size];
+        unsigned char* fresh = NewStorage(size);
         const unsigned long kept = m_size;
         if (kept != 0) {
             std::memcpy(fresh, m_data, kept);

@@ -84,7 +84,7 @@ class VELMOR_OCSP_API CBlob {
     // assign() once its source is known good.
     void copyFrom(const unsigned char* data, unsigned long size);
 
-    unsigned char* m_data; // m_inline, or a heap array of m_capacity bytes
+    unsigned char* m_data; // m_inline, or a heap block of m_capacity bytes
     unsigned long m_size;
     unsigned long m_capacity;
     unsigned char m_inline[kInlineCapacity];
