@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Velmor::Codec {
@@ -234,16 +236,24 @@ constexpr KnownOid kKnownOids[] = {
 
 // Open-addressed indexes of the table by contents and by text, made at compile time: a lookup
 // hashes its key once and compares about one row.
-constexpr std::size_t kSlots = 128;                 // a power of two, over four times the rows
-using SlotTable = std::array<std::uint8_t, kSlots>; // row + 1; 0 is an empty slot
+constexpr unsigned kSlotBits = 7;
+constexpr std::size_t kSlots = std::size_t{1} << kSlotBits; // over four times the rows
+using SlotTable = std::array<std::uint8_t, kSlots>;         // row + 1; 0 is an empty slot
 
-// FNV-1a of the size and the last four octets, where the rows differ.
+// A multiplicative hash of the size and the last four octets (all of a shorter key), where
+// the rows differ. At run time the four octets are one load.
 constexpr std::uint32_t HashOf(std::string_view bytes) noexcept {
-    std::uint32_t hash = (2166136261u ^ static_cast<std::uint32_t>(bytes.size())) * 16777619u;
-    for (const char c : bytes.substr(bytes.size() < 4 ? 0 : bytes.size() - 4)) {
-        hash = (hash ^ static_cast<std::uint8_t>(c)) * 16777619u;
+    const std::size_t size = bytes.size();
+    std::uint32_t tail = 0; // little-endian, as the load reads them
+    if (!std::is_constant_evaluated() && std::endian::native == std::endian::little && size >= 4) {
+        std::memcpy(&tail, bytes.data() + size - 4, 4);
+    } else {
+        const std::size_t start = size < 4 ? 0 : size - 4;
+        for (std::size_t i = start; i < size; ++i) {
+            tail |= std::uint32_t{static_cast<std::uint8_t>(bytes[i])} << (8 * (i - start));
+        }
     }
-    return hash;
+    return ((tail ^ static_cast<std::uint32_t>(size)) * 0x9E3779B1u) >> (32 - kSlotBits);
 }
 
 constexpr std::size_t NextSlot(std::size_t slot) noexcept { return (slot + 1) & (kSlots - 1); }
@@ -252,7 +262,7 @@ template <std::string_view KnownOid::*Key> constexpr SlotTable MakeIndex() {
     static_assert(std::size(kKnownOids) * 4 <= kSlots);
     SlotTable slots{};
     for (std::size_t row = 0; row < std::size(kKnownOids); ++row) {
-        std::size_t slot = HashOf(kKnownOids[row].*Key) & (kSlots - 1);
+        std::size_t slot = HashOf(kKnownOids[row].*Key);
         while (slots[slot] != 0) {
             slot = NextSlot(slot);
         }
@@ -267,7 +277,7 @@ constexpr SlotTable kByText = MakeIndex<&KnownOid::text>();
 // The row whose Key equals key, or null.
 template <std::string_view KnownOid::*Key>
 const KnownOid* FindKnown(const SlotTable& index, std::string_view key) noexcept {
-    for (std::size_t slot = HashOf(key) & (kSlots - 1); index[slot] != 0; slot = NextSlot(slot)) {
+    for (std::size_t slot = HashOf(key); index[slot] != 0; slot = NextSlot(slot)) {
         const KnownOid& row = kKnownOids[index[slot] - 1];
         if (row.*Key == key) {
             return &row;
