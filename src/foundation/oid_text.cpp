@@ -1,13 +1,10 @@
 #include "foundation/oid_text.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 namespace Velmor::Codec {
@@ -200,11 +197,18 @@ struct KnownOid {
 
 // The OIDs that OCSP messages carry, whose text is looked up rather than computed: the OCSP
 // arc (the access method, response types and extensions), the CRL entry extensions, the usual
-// hashes, and the signature and key algorithms.
+// hashes, and the signature and key algorithms. The ones nearly every message holds come
+// first.
 constexpr KnownOid kKnownOids[] = {
-    {"\x2b\x06\x01\x05\x05\x07\x30\x01", "1.3.6.1.5.5.7.48.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x01", "1.3.6.1.5.5.7.48.1.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x02", "1.3.6.1.5.5.7.48.1.2"},
+    {"\x2b\x0e\x03\x02\x1a", "1.3.14.3.2.26"},
+    {"\x60\x86\x48\x01\x65\x03\x04\x02\x01", "2.16.840.1.101.3.4.2.1"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0b", "1.2.840.113549.1.1.11"},
+    {"\x2a\x86\x48\xce\x3d\x04\x03\x02", "1.2.840.10045.4.3.2"},
+    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01", "1.2.840.113549.1.1.1"},
+    {"\x2a\x86\x48\xce\x3d\x02\x01", "1.2.840.10045.2.1"},
+    {"\x2b\x06\x01\x05\x05\x07\x30\x01", "1.3.6.1.5.5.7.48.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x03", "1.3.6.1.5.5.7.48.1.3"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x04", "1.3.6.1.5.5.7.48.1.4"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x05", "1.3.6.1.5.5.7.48.1.5"},
@@ -216,70 +220,29 @@ constexpr KnownOid kKnownOids[] = {
     {"\x55\x1d\x15", "2.5.29.21"},
     {"\x55\x1d\x18", "2.5.29.24"},
     {"\x55\x1d\x1d", "2.5.29.29"},
-    {"\x2b\x0e\x03\x02\x1a", "1.3.14.3.2.26"},
-    {"\x60\x86\x48\x01\x65\x03\x04\x02\x01", "2.16.840.1.101.3.4.2.1"},
     {"\x60\x86\x48\x01\x65\x03\x04\x02\x02", "2.16.840.1.101.3.4.2.2"},
     {"\x60\x86\x48\x01\x65\x03\x04\x02\x03", "2.16.840.1.101.3.4.2.3"},
-    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01", "1.2.840.113549.1.1.1"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x05", "1.2.840.113549.1.1.5"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0a", "1.2.840.113549.1.1.10"},
-    {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0b", "1.2.840.113549.1.1.11"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0c", "1.2.840.113549.1.1.12"},
     {"\x2a\x86\x48\x86\xf7\x0d\x01\x01\x0d", "1.2.840.113549.1.1.13"},
-    {"\x2a\x86\x48\xce\x3d\x02\x01", "1.2.840.10045.2.1"},
     {"\x2a\x86\x48\xce\x3d\x03\x01\x07", "1.2.840.10045.3.1.7"},
-    {"\x2a\x86\x48\xce\x3d\x04\x03\x02", "1.2.840.10045.4.3.2"},
     {"\x2a\x86\x48\xce\x3d\x04\x03\x03", "1.2.840.10045.4.3.3"},
     {"\x2a\x86\x48\xce\x3d\x04\x03\x04", "1.2.840.10045.4.3.4"},
     {"\x2b\x65\x70", "1.3.101.112"},
 };
 
-// Open-addressed indexes of the table by contents and by text, made at compile time: a lookup
-// hashes its key once and compares about one row.
-constexpr unsigned kSlotBits = 7;
-constexpr std::size_t kSlots = std::size_t{1} << kSlotBits; // over four times the rows
-using SlotTable = std::array<std::uint8_t, kSlots>;         // row + 1; 0 is an empty slot
-
-// A multiplicative hash of the size and the last four octets (all of a shorter key), where
-// the rows differ. At run time the four octets are one load.
-constexpr std::uint32_t HashOf(std::string_view bytes) noexcept {
-    const std::size_t size = bytes.size();
-    std::uint32_t tail = 0; // little-endian, as the load reads them
-    if (!std::is_constant_evaluated() && std::endian::native == std::endian::little && size >= 4) {
-        std::memcpy(&tail, bytes.data() + size - 4, 4);
-    } else {
-        const std::size_t start = size < 4 ? 0 : size - 4;
-        for (std::size_t i = start; i < size; ++i) {
-            tail |= std::uint32_t{static_cast<std::uint8_t>(bytes[i])} << (8 * (i - start));
-        }
-    }
-    return ((tail ^ static_cast<std::uint32_t>(size)) * 0x9E3779B1u) >> (32 - kSlotBits);
-}
-
-constexpr std::size_t NextSlot(std::size_t slot) noexcept { return (slot + 1) & (kSlots - 1); }
-
-template <std::string_view KnownOid::*Key> constexpr SlotTable MakeIndex() {
-    static_assert(std::size(kKnownOids) * 4 <= kSlots);
-    SlotTable slots{};
-    for (std::size_t row = 0; row < std::size(kKnownOids); ++row) {
-        std::size_t slot = HashOf(kKnownOids[row].*Key);
-        while (slots[slot] != 0) {
-            slot = NextSlot(slot);
-        }
-        slots[slot] = static_cast<std::uint8_t>(row + 1);
-    }
-    return slots;
-}
-
-constexpr SlotTable kByContents = MakeIndex<&KnownOid::contents>();
-constexpr SlotTable kByText = MakeIndex<&KnownOid::text>();
-
-// The row whose Key equals key, or null.
+// The row whose Key equals key, or null. Size and last octet are compared first, so a
+// lookup runs through the rows quickly and compares about one of them whole.
 template <std::string_view KnownOid::*Key>
-const KnownOid* FindKnown(const SlotTable& index, std::string_view key) noexcept {
-    for (std::size_t slot = HashOf(key); index[slot] != 0; slot = NextSlot(slot)) {
-        const KnownOid& row = kKnownOids[index[slot] - 1];
-        if (row.*Key == key) {
+const KnownOid* FindKnown(std::string_view key) noexcept {
+    if (key.empty()) {
+        return nullptr;
+    }
+    for (const KnownOid& row : kKnownOids) {
+        const std::string_view candidate = row.*Key;
+        if (candidate.size() == key.size() && candidate.back() == key.back() &&
+            std::memcmp(candidate.data(), key.data(), key.size()) == 0) {
             return &row;
         }
     }
@@ -289,7 +252,7 @@ const KnownOid* FindKnown(const SlotTable& index, std::string_view key) noexcept
 } // namespace
 
 std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
-    if (const KnownOid* known = FindKnown<&KnownOid::text>(kByText, text)) {
+    if (const KnownOid* known = FindKnown<&KnownOid::text>(text)) {
         std::memcpy(out, known->contents.data(), known->contents.size());
         return known->contents.size();
     }
@@ -326,8 +289,8 @@ std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
 }
 
 const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept {
-    const KnownOid* known = FindKnown<&KnownOid::contents>(
-        kByContents, std::string_view(reinterpret_cast<const char*>(data), size));
+    const KnownOid* known =
+        FindKnown<&KnownOid::contents>(std::string_view(reinterpret_cast<const char*>(data), size));
     return known != nullptr ? known->text.data() : nullptr;
 }
 
