@@ -58,6 +58,13 @@ struct Teardown {
 
 thread_local Teardown t_teardown;
 
+// Marks the cache as holding blocks and makes sure Teardown runs at the thread's exit. Out
+// of line: it runs once per thread.
+[[gnu::noinline]] void Register(ThreadCache& cache) noexcept {
+    cache.registered = true;
+    static_cast<void>(&t_teardown); // constructs it, so its destructor runs at exit
+}
+
 // The class of a size in 1..kLargestPooled, and the octets of a block of that class.
 std::size_t ClassOf(std::size_t size) noexcept { return (size + kGranule - 1) / kGranule - 1; }
 std::size_t BytesOf(std::size_t sizeClass) noexcept { return (sizeClass + 1) * kGranule; }
@@ -99,9 +106,8 @@ void PoolFree(void* block, std::size_t size) noexcept {
         ::operator delete(block);
         return;
     }
-    if (cache.heldBytes == 0 && !cache.registered) {
-        cache.registered = true;
-        static_cast<void>(&t_teardown); // constructs it, so its destructor runs at exit
+    if (!cache.registered) {
+        Register(cache);
     }
     auto* freed = static_cast<FreeBlock*>(block);
     freed->next = cache.heads[sizeClass];
