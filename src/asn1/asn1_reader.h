@@ -232,6 +232,19 @@ class BerReader {
     }
     bool takePrimitiveGeneral(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
                               std::size_t& size) noexcept;
+    // The common form of a string element: primitive, with a one-octet length, under tag
+    // with or without its constructed bit. Read in place as a view into the input; false,
+    // changing nothing, for any other form, which the general path then reads.
+    bool takeShortString(ASN1TAG tag, ASN1TDynOctStr& value) noexcept {
+        std::size_t len = 0;
+        if (!nextIsShort(shortIdentifier(tag & ~TM_CONS), len)) {
+            return false;
+        }
+        value.data = data_ + pos_ + 2;
+        value.numocts = static_cast<OSUINT32>(len);
+        pos_ += 2 + len;
+        return true;
+    }
 
     static constexpr std::size_t kNoItem = SIZE_MAX;
 

@@ -207,11 +207,7 @@ bool BerReader::readConstructed(Gather& g, ASN1TAG tag) noexcept {
 }
 
 bool BerReader::readOctStr(ASN1TDynOctStr& value, ASN1TAG tag) noexcept {
-    std::size_t len = 0;
-    if (nextIsShort(shortIdentifier(tag & ~TM_CONS), len)) {
-        value.numocts = static_cast<OSUINT32>(len);
-        value.data = data_ + pos_ + 2;
-        pos_ += 2 + len;
+    if (takeShortString(tag, value)) {
         return true;
     }
     ElementHeader h;
@@ -273,6 +269,9 @@ bool BerReader::readBitStr(ASN1TDynBitStr& value, ASN1TAG tag) noexcept {
 // Contents of a character string or time, primitive (a view) or constructed (concatenated
 // OCTET STRING segments, or segments carrying the string's own universal tag).
 bool BerReader::readStringBytes(ASN1TAG tag, ASN1TDynOctStr& value) noexcept {
+    if (takeShortString(tag, value)) {
+        return true;
+    }
     ElementHeader h;
     if (!nextElement(tag, true, h, "character string")) {
         return false;
@@ -337,14 +336,7 @@ bool IsTimeText(const ASN1OCTET* text, std::size_t size) noexcept {
 bool BerReader::readTime(const char*& value, ASN1TAG tag) noexcept {
     const std::size_t start = offset();
     ASN1TDynOctStr raw;
-    std::size_t len = 0;
-    // The common form, a primitive element with a short length, is read in place; any other
-    // (constructed strings, long lengths, wrong tags) takes the general string path.
-    if (nextIsShort(shortIdentifier(tag & ~TM_CONS), len)) {
-        raw.data = data_ + pos_ + 2;
-        raw.numocts = static_cast<OSUINT32>(len);
-        pos_ += 2 + len;
-    } else if (!readStringBytes(tag, raw)) {
+    if (!takeShortString(tag, raw) && !readStringBytes(tag, raw)) {
         return false;
     }
     if (!IsTimeText(raw.data, raw.numocts)) {
