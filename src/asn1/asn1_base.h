@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <type_traits>
 
@@ -169,7 +170,8 @@ class Arena {
   private:
     struct Block;
     bool addBlock(std::size_t minSize) noexcept;
-    void* allocateElsewhere(std::size_t size) noexcept;
+    // Out of line, so that allocate() stays small enough to inline at every call.
+    [[gnu::noinline]] void* allocateElsewhere(std::size_t size) noexcept;
 
     alignas(kAlign) unsigned char inline_[kInlineSize];
     unsigned char* cur_;
@@ -223,7 +225,7 @@ struct ASN1CTXT {
 // size bytes of context memory, 16-byte aligned; null (and RTERR_NOMEM recorded in the
 // context) when the cap is reached or memory is out. size 0 gives a valid non-null pointer.
 // Records RTERR_NOMEM in ctxt (when there is one); returns null.
-void* rtMemHeapAllocFailed(ASN1CTXT* ctxt) noexcept;
+[[gnu::cold, gnu::noinline]] void* rtMemHeapAllocFailed(ASN1CTXT* ctxt) noexcept;
 inline void* rtMemHeapAlloc(ASN1CTXT* ctxt, std::size_t size) noexcept {
     if (ctxt != nullptr) {
         if (void* p = ctxt->arena.allocate(size)) {
@@ -232,8 +234,15 @@ inline void* rtMemHeapAlloc(ASN1CTXT* ctxt, std::size_t size) noexcept {
     }
     return rtMemHeapAllocFailed(ctxt);
 }
-// As rtMemHeapAlloc, zero-filled.
-void* rtMemHeapAllocZ(ASN1CTXT* ctxt, std::size_t size) noexcept;
+// As rtMemHeapAlloc, zero-filled. Inline, so that the fill of a structure of known size is
+// a few stores.
+inline void* rtMemHeapAllocZ(ASN1CTXT* ctxt, std::size_t size) noexcept {
+    void* p = rtMemHeapAlloc(ctxt, size);
+    if (p != nullptr && size != 0) {
+        std::memset(p, 0, size);
+    }
+    return p;
+}
 // A copy of size bytes in context memory, or null on failure (non-null for size 0).
 ASN1OCTET* rtMemCopy(ASN1CTXT* ctxt, const void* src, std::size_t size) noexcept;
 // A NUL-terminated copy of text in context memory, or null on failure or null text.

@@ -204,14 +204,6 @@ void* rtMemHeapAllocFailed(ASN1CTXT* ctxt) noexcept {
     return nullptr;
 }
 
-void* rtMemHeapAllocZ(ASN1CTXT* ctxt, std::size_t size) noexcept {
-    void* p = rtMemHeapAlloc(ctxt, size);
-    if (p != nullptr && size != 0) {
-        std::memset(p, 0, size);
-    }
-    return p;
-}
-
 ASN1OCTET* rtMemCopy(ASN1CTXT* ctxt, const void* src, std::size_t size) noexcept {
     auto* p = static_cast<ASN1OCTET*>(rtMemHeapAlloc(ctxt, size));
     if (p != nullptr && size != 0) {

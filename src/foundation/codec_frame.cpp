@@ -71,17 +71,11 @@ void RequireInput(const ASN1BERDecodeBuffer& buffer) {
     }
 }
 
-void* AllocZ(ASN1CTXT* ctxt, std::size_t size) {
-    void* memory = rtMemHeapAllocZ(ctxt, size);
-    if (memory == nullptr) {
-        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
-    }
-    return memory;
-}
+void ThrowOutOfContextMemory() { ATL::AtlThrow(CRYPT_E_ASN1_MEMORY); }
 
 void Append(ASN1CTXT* ctxt, OSRTDList& list, void* element) {
     if (rtDListAppend(ctxt, &list, element) < 0) {
-        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+        ThrowOutOfContextMemory();
     }
 }
 
@@ -91,14 +85,14 @@ const ASN1OCTET* CopyBytes(ASN1CTXT* ctxt, const void* data, std::size_t size) {
     }
     const ASN1OCTET* copy = rtMemCopy(ctxt, data, size);
     if (copy == nullptr) {
-        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+        ThrowOutOfContextMemory();
     }
     return copy;
 }
 
 void ThrowIfCopyFailed(int status) {
     if (status < 0) {
-        ATL::AtlThrow(CRYPT_E_ASN1_MEMORY);
+        ThrowOutOfContextMemory();
     }
 }
 

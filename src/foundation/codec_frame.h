@@ -19,9 +19,18 @@ namespace Velmor::Codec {
 // Throws E_INVALIDARG when buffer has no input (size 0 or no data pointer).
 void RequireInput(const ASN1BERDecodeBuffer& buffer);
 
+// Throws CRYPT_E_ASN1_MEMORY: a context has no memory left.
+[[noreturn]] void ThrowOutOfContextMemory();
+
 // context memory of size bytes, zero-filled; throws CRYPT_E_ASN1_MEMORY when the context
-// has none left.
-void* AllocZ(ASN1CTXT* ctxt, std::size_t size);
+// has none left. Inline, so that a structure's fill is a few stores.
+inline void* AllocZ(ASN1CTXT* ctxt, std::size_t size) {
+    void* memory = rtMemHeapAllocZ(ctxt, size);
+    if (memory == nullptr) {
+        ThrowOutOfContextMemory();
+    }
+    return memory;
+}
 
 // A value-initialised T in context memory; CRYPT_E_ASN1_MEMORY when the context has none
 // left.
