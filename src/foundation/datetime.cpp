@@ -149,14 +149,20 @@ unsigned OctetOf(std::uint64_t x, int index) noexcept {
     return static_cast<unsigned>((x >> (8 * index)) & 0xFF);
 }
 
-// The form DER writes, YYYYMMDDHHMMSSZ, read eight digits at a time; false for any other
-// form (which ReadFields then takes). The length is found first, so nothing past the
-// terminating NUL is read.
-bool ReadDerFields(const char* p, Fields& f) noexcept {
+// Whether text is YYYYMMDDHHMMSSZ and nothing more, as to its characters: the form DER
+// writes, which ReadDerFields reads. The length is found first, so nothing past the
+// terminating NUL is read. False on a big-endian machine, where ReadFields reads every form.
+bool IsDerTimeText(const char* text) noexcept {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    if (!Asn1Rt::IsDerTimeForm(reinterpret_cast<const unsigned char*>(p), strnlen(p, 16))) {
-        return false;
-    }
+    return Asn1Rt::IsDerTimeForm(reinterpret_cast<const unsigned char*>(text), strnlen(text, 16));
+#else
+    static_cast<void>(text);
+    return false;
+#endif
+}
+
+// The fields of a text in the DER form (IsDerTimeText), read eight digits at a time.
+void ReadDerFields(const char* p, Fields& f) noexcept {
     std::uint64_t date = 0;  // YYYYMMDD
     std::uint64_t clock = 0; // DDHHMMSS: the day again, then the time
     std::memcpy(&date, p, 8);
@@ -171,12 +177,65 @@ bool ReadDerFields(const char* p, Fields& f) noexcept {
     f.second = OctetOf(clock, 6);
     f.nanos = 0;
     f.offset = 0;
-    return true;
-#else
-    static_cast<void>(p);
-    static_cast<void>(f);
-    return false;
-#endif
+}
+
+// The DER times (YYYYMMDDHHMMSSZ) this thread read or wrote last, with their seconds. A
+// response repeats its times in every entry, and a responder writes the same ones into answer
+// after answer, so reading and writing look here before doing the arithmetic. Trivially
+// destructible, so that it stays usable while the thread's other thread-local objects are
+// destroyed.
+struct RecentTimes {
+    struct Entry {
+        std::uint64_t head;   // characters 0..7
+        std::uint64_t tail;   // characters 7..14, the Z last
+        std::int64_t seconds; // since the epoch, whole
+    };
+    static constexpr std::size_t kEntries = 4;
+    Entry entries[kEntries];
+    std::size_t filled; // entries in use
+    std::size_t next;   // the entry replaced next
+};
+
+thread_local RecentTimes t_recentTimes{};
+
+// The entry of the 15 characters at text, or null.
+const RecentTimes::Entry* RecentText(const char* text) noexcept {
+    std::uint64_t head = 0;
+    std::uint64_t tail = 0;
+    std::memcpy(&head, text, 8);
+    std::memcpy(&tail, text + 7, 8);
+    const RecentTimes& recent = t_recentTimes;
+    for (std::size_t i = 0; i < recent.filled; ++i) {
+        if (recent.entries[i].head == head && recent.entries[i].tail == tail) {
+            return &recent.entries[i];
+        }
+    }
+    return nullptr;
+}
+
+// The entry of a whole number of seconds, or null.
+const RecentTimes::Entry* RecentSeconds(std::int64_t seconds) noexcept {
+    const RecentTimes& recent = t_recentTimes;
+    for (std::size_t i = 0; i < recent.filled; ++i) {
+        if (recent.entries[i].seconds == seconds) {
+            return &recent.entries[i];
+        }
+    }
+    return nullptr;
+}
+
+// Keeps the 15 characters at text, a valid DER time, with their seconds, in place of the
+// oldest entry.
+void RememberTime(const char* text, std::int64_t seconds) noexcept {
+    RecentTimes& recent = t_recentTimes;
+    RecentTimes::Entry& entry = recent.entries[recent.next];
+    std::memcpy(&entry.head, text, 8);
+    std::memcpy(&entry.tail, text + 7, 8);
+    entry.seconds = seconds;
+    recent.next = (recent.next + 1) % RecentTimes::kEntries;
+    if (recent.filled < RecentTimes::kEntries) {
+        ++recent.filled;
+    }
 }
 
 bool FieldsInRange(const Fields& f) noexcept {
@@ -201,9 +260,17 @@ char* PutPair(char* out, unsigned value) noexcept {
     return out + 2;
 }
 
-// YYYYMMDDHHMMSS[.f] of a UTC time at out (at most 24 characters); returns the length.
-// Written two digits at a time: a time is formatted for every time field of every message encoded.
+// YYYYMMDDHHMMSS[.f] of a UTC time at out (at least 25 characters of room); returns the
+// length. A time is formatted for every time field of every message encoded: one of the
+// thread's recent times is copied, any other written two digits at a time.
 std::size_t WriteClock(std::int64_t seconds, unsigned nanoseconds, char* out) {
+    if (nanoseconds == 0) {
+        if (const RecentTimes::Entry* recent = RecentSeconds(seconds)) {
+            std::memcpy(out, &recent->head, 8);
+            std::memcpy(out + 7, &recent->tail, 8);
+            return 14;
+        }
+    }
     std::int64_t days = seconds / kSecondsPerDay;
     std::int64_t secondOfDay = seconds % kSecondsPerDay;
     if (secondOfDay < 0) {
@@ -223,7 +290,10 @@ std::size_t WriteClock(std::int64_t seconds, unsigned nanoseconds, char* out) {
     p = PutPair(p, second / 3600);
     p = PutPair(p, second / 60 % 60);
     p = PutPair(p, second % 60);
-    if (nanoseconds != 0) {
+    if (nanoseconds == 0) {
+        *p = 'Z'; // within the room, after the length returned
+        RememberTime(out, seconds);
+    } else {
         *p++ = '.';
         p = PutDigits(p, nanoseconds, 9);
         while (p[-1] == '0') {
@@ -295,13 +365,32 @@ CDateTime& CDateTime::operator=(const CDateTime& other) noexcept = default;
 CDateTime::~CDateTime() = default;
 
 bool CDateTime::TryParseGeneralizedTime(const char* text, CDateTime& result) noexcept {
+    if (text == nullptr) {
+        return false;
+    }
+    const bool derForm = IsDerTimeText(text);
+    if (derForm) {
+        if (const RecentTimes::Entry* recent = RecentText(text)) {
+            result.m_seconds = recent->seconds;
+            result.m_nanoseconds = 0;
+            return true;
+        }
+    }
     Fields f;
-    if (text == nullptr || !(ReadDerFields(text, f) || ReadFields(text, f)) || !FieldsInRange(f)) {
+    if (derForm) {
+        ReadDerFields(text, f);
+    } else if (!ReadFields(text, f)) {
+        return false;
+    }
+    if (!FieldsInRange(f)) {
         return false;
     }
     const std::int64_t days = DaysFromCivil(f.year, f.month, f.day);
     result.m_seconds = days * kSecondsPerDay + f.hour * 3600 + f.minute * 60 + f.second - f.offset;
     result.m_nanoseconds = f.nanos;
+    if (derForm) {
+        RememberTime(text, result.m_seconds);
+    }
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <pki/ocsp/datetime.h>
 #include <string>
+#include <utility>
 
 #include "support/test_support.h"
 
@@ -120,6 +121,34 @@ TEST(CDateTime, UtcTextRoundTripsThroughTheParser) {
                 << time.ToGeneralizedTime(true);
         }
     }
+}
+
+// A thread remembers the last few DER times it read and wrote; more distinct times than it
+// keeps, in turn, must come out as the arithmetic gives them each time, in both directions,
+// and a remembered time must not answer for a neighbour with a fraction or out of range.
+TEST(CDateTime, RecentTimesGiveTheSameAnswersAsTheArithmetic) {
+    const std::pair<std::int64_t, const char*> times[] = {
+        {kLeapDay, "20240229123456Z"},     {0, "19700101000000Z"},
+        {-1, "19691231235959Z"},           {565307279, "19871130214759Z"},
+        {253402300799, "99991231235959Z"}, {-62167219200, "00000101000000Z"},
+        {4102444799, "20991231235959Z"},
+    };
+    for (int round = 0; round < 3; ++round) {
+        for (const auto& [seconds, text] : times) {
+            CDateTime parsed;
+            ASSERT_TRUE(CDateTime::TryParseGeneralizedTime(text, parsed)) << text;
+            EXPECT_EQ(parsed, CDateTime(seconds, 0)) << text;
+            EXPECT_EQ(CDateTime(seconds, 0).ToGeneralizedTime(true), text);
+            EXPECT_EQ(CDateTime(seconds, 500000000).ToGeneralizedTime(true),
+                      std::string(text).replace(14, 1, ".5Z"));
+        }
+    }
+    EXPECT_EQ(CDateTime("20240229123456Z"), CDateTime(kLeapDay, 0));
+    CDateTime kept(7, 8);
+    EXPECT_FALSE(CDateTime::TryParseGeneralizedTime("20240229123460Z", kept));
+    EXPECT_FALSE(CDateTime::TryParseGeneralizedTime("20240229123456ZZ", kept));
+    EXPECT_FALSE(CDateTime::TryParseGeneralizedTime("2024022912345Z", kept));
+    EXPECT_EQ(kept, CDateTime(7, 8));
 }
 
 // Runs each test under a fixed POSIX TZ rule and restores the caller's TZ afterwards.
