@@ -199,8 +199,10 @@ class BerReader {
         indefinite_ = false;
         inputBound_ = false;
     }
-    bool enterGeneral(ASN1TAG tag, BerReader& child, const char* name) noexcept;
-    bool leaveGeneral(BerReader& child) noexcept;
+    // The general paths of enter, leave and takePrimitive stay out of line, so that the
+    // common paths inline at every call.
+    [[gnu::noinline]] bool enterGeneral(ASN1TAG tag, BerReader& child, const char* name) noexcept;
+    [[gnu::noinline]] bool leaveGeneral(BerReader& child) noexcept;
 
     bool live() const noexcept { return ok(); }
     bool overrun() noexcept;
@@ -230,8 +232,8 @@ class BerReader {
         }
         return takePrimitiveGeneral(tag, what, data, size);
     }
-    bool takePrimitiveGeneral(ASN1TAG tag, const char* what, const ASN1OCTET*& data,
-                              std::size_t& size) noexcept;
+    [[gnu::noinline]] bool takePrimitiveGeneral(ASN1TAG tag, const char* what,
+                                                const ASN1OCTET*& data, std::size_t& size) noexcept;
     // The common form of a string element: primitive, with a one-octet length, under tag
     // with or without its constructed bit. Read in place as a view into the input; false,
     // changing nothing, for any other form, which the general path then reads.
