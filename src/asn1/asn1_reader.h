@@ -166,11 +166,12 @@ class BerReader {
   private:
     struct Gather;
 
-    // The one-octet identifier of tag, or 0 when tag needs the high tag form.
+    // The one-octet identifier of tag, or 0 when tag needs the high tag form. Tag number 0
+    // has one too in every class but the universal one ([0] is 0x80 or 0xA0); the universal
+    // primitive 0 gives 0, the first octet of end-of-contents, which is never a field's.
     static constexpr ASN1OCTET shortIdentifier(ASN1TAG tag) noexcept {
         const ASN1TAG number = tag & TM_IDCODE_MASK;
-        return number == 0 || number >= 31 ? 0
-                                           : static_cast<ASN1OCTET>(((tag >> 24) & 0xE0) | number);
+        return number >= 31 ? 0 : static_cast<ASN1OCTET>(((tag >> 24) & 0xE0) | number);
     }
     // The common form of an element, read without the general parser: when the reader is
     // live and the next element has identifier id (not 0) and a one-octet definite length
