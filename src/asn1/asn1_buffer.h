@@ -5,6 +5,8 @@
 
 #include "asn1/asn1_base.h"
 
+#include <cstring>
+
 // Owns one ASN1CTXT; memory taken from it lives until the buffer is destroyed.
 class ASN1MessageBuffer {
   public:
@@ -52,16 +54,43 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
     bool isEncoding() const noexcept override { return true; }
     bool ok() const noexcept { return ctxt_.status == ASN_OK; }
 
-    // ---- Low-level prepends
-    int putBytes(const void* data, std::size_t size) noexcept;
+    // ---- Low-level prepends. The common cases (room in the buffer, a one-octet identifier
+    // and a short length) are written inline; the rest goes to the general paths.
+    int putBytes(const void* data, std::size_t size) noexcept {
+        if (ok() && size != 0 && data != nullptr && capacity_ - used_ >= size) {
+            used_ += size;
+            std::memcpy(front(), data, size);
+            return static_cast<int>(size);
+        }
+        return putBytesGeneral(data, size);
+    }
     int putByte(ASN1OCTET octet) noexcept;
     // Identifier and DER length octets for contents of contentLen octets.
-    int putTagLen(ASN1TAG tag, std::size_t contentLen) noexcept;
+    int putTagLen(ASN1TAG tag, std::size_t contentLen) noexcept {
+        const ASN1TAG number = tag & TM_IDCODE_MASK;
+        if (number < 31 && contentLen < 0x80 && ok() && capacity_ - used_ >= 2) {
+            used_ += 2;
+            ASN1OCTET* out = front();
+            out[0] = static_cast<ASN1OCTET>(((tag >> 24) & 0xC0) |
+                                            ((tag & TM_CONS) != 0 ? 0x20 : 0) | number);
+            out[1] = static_cast<ASN1OCTET>(contentLen);
+            return 2;
+        }
+        return putTagLenGeneral(tag, contentLen);
+    }
     // Wraps everything written since getMsgLen() was mark in tag and length; returns the
     // length of the whole element (contents + tag + length).
-    int wrap(ASN1TAG tag, std::size_t mark) noexcept;
+    int wrap(ASN1TAG tag, std::size_t mark) noexcept {
+        return ok() && mark <= used_ ? wrapLast(tag, used_ - mark) : wrapGeneral(tag, mark);
+    }
     // Wraps the last n octets in tag and length; returns the whole element's length.
-    int wrapLast(ASN1TAG tag, std::size_t n) noexcept;
+    int wrapLast(ASN1TAG tag, std::size_t n) noexcept {
+        if (!ok() || n > used_) {
+            return wrapLastGeneral(tag, n);
+        }
+        const int header = putTagLen(tag, n);
+        return header < 0 ? header : static_cast<int>(n) + header;
+    }
     // DER SET OF: sorts the elements written since mark by their encodings, then wraps them.
     int wrapSetOf(ASN1TAG tag, std::size_t mark) noexcept;
     // Sorts the complete elements written since mark (ascending octet order, a prefix first).
@@ -96,6 +125,10 @@ class ASN1BEREncodeBuffer : public ASN1MessageBuffer {
   private:
     bool reserve(std::size_t more) noexcept;
     ASN1OCTET* front() noexcept { return storage_ + (capacity_ - used_); }
+    [[gnu::noinline]] int putBytesGeneral(const void* data, std::size_t size) noexcept;
+    [[gnu::noinline]] int putTagLenGeneral(ASN1TAG tag, std::size_t contentLen) noexcept;
+    [[gnu::noinline]] int wrapLastGeneral(ASN1TAG tag, std::size_t n) noexcept;
+    [[gnu::noinline]] int wrapGeneral(ASN1TAG tag, std::size_t mark) noexcept;
 
     ASN1OCTET* storage_;
     std::size_t capacity_;

@@ -106,7 +106,7 @@ bool ASN1BEREncodeBuffer::reserve(std::size_t more) noexcept {
     return true;
 }
 
-int ASN1BEREncodeBuffer::putBytes(const void* data, std::size_t size) noexcept {
+int ASN1BEREncodeBuffer::putBytesGeneral(const void* data, std::size_t size) noexcept {
     if (!ok()) {
         return ctxt_.status;
     }
@@ -126,33 +126,23 @@ int ASN1BEREncodeBuffer::putBytes(const void* data, std::size_t size) noexcept {
 
 int ASN1BEREncodeBuffer::putByte(ASN1OCTET octet) noexcept { return putBytes(&octet, 1); }
 
-int ASN1BEREncodeBuffer::putTagLen(ASN1TAG tag, std::size_t contentLen) noexcept {
-    // The common header, a one-octet identifier and a short length, is written in place.
-    const ASN1TAG number = tag & TM_IDCODE_MASK;
-    if (number < 31 && contentLen < 0x80 && ok() && capacity_ - used_ >= 2) {
-        used_ += 2;
-        ASN1OCTET* out = front();
-        out[0] = static_cast<ASN1OCTET>(((tag >> 24) & 0xC0) | ((tag & TM_CONS) != 0 ? 0x20 : 0) |
-                                        number);
-        out[1] = static_cast<ASN1OCTET>(contentLen);
-        return 2;
-    }
+int ASN1BEREncodeBuffer::putTagLenGeneral(ASN1TAG tag, std::size_t contentLen) noexcept {
     ASN1OCTET header[Velmor::Asn1Rt::kMaxHeaderLen];
     return putBytes(header, Velmor::Asn1Rt::encodeHeader(tag, contentLen, header));
 }
 
-int ASN1BEREncodeBuffer::wrapLast(ASN1TAG tag, std::size_t n) noexcept {
+int ASN1BEREncodeBuffer::wrapLastGeneral(ASN1TAG tag, std::size_t n) noexcept {
     if (!ok()) {
         return ctxt_.status;
     }
     if (n > used_) {
         return fail(RTERR_INVPARAM, "wrap beyond the content");
     }
-    int header = putTagLen(tag, n);
+    const int header = putTagLen(tag, n);
     return header < 0 ? header : static_cast<int>(n) + header;
 }
 
-int ASN1BEREncodeBuffer::wrap(ASN1TAG tag, std::size_t mark) noexcept {
+int ASN1BEREncodeBuffer::wrapGeneral(ASN1TAG tag, std::size_t mark) noexcept {
     if (!ok()) {
         return ctxt_.status;
     }
