@@ -1,38 +1,15 @@
 // The per-thread free lists behind PoolAllocate and PoolFree.
 #include "foundation/record_pool.h"
 
-#include <array>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VELMOR_POOL_BYPASS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VELMOR_POOL_BYPASS 1
-#endif
-#endif
-
 namespace Velmor::Detail {
+
+namespace Pool {
+
+constinit thread_local ThreadCache t_cache{};
 
 namespace {
 
-constexpr std::size_t kGranule = 16;
-constexpr std::size_t kClasses = kLargestPooled / kGranule;
-
-struct FreeBlock {
-    FreeBlock* next;
-};
-
-// Trivially destructible, so that it stays readable while the thread's other thread-local
-// objects are being destroyed; Teardown empties it and closes it first.
-struct ThreadCache {
-    std::array<FreeBlock*, kClasses> heads;
-    std::size_t heldBytes;
-    bool registered;
-};
-
 constexpr std::size_t kClosed = kHeldBytesPerThread + 1;
-
-thread_local ThreadCache t_cache{};
 
 void Drain(ThreadCache& cache) noexcept {
     for (FreeBlock*& head : cache.heads) {
@@ -58,67 +35,36 @@ struct Teardown {
 
 thread_local Teardown t_teardown;
 
-// Marks the cache as holding blocks and makes sure Teardown runs at the thread's exit. Out
-// of line: it runs once per thread.
-[[gnu::noinline]] void Register(ThreadCache& cache) noexcept {
-    cache.registered = true;
-    static_cast<void>(&t_teardown); // constructs it, so its destructor runs at exit
-}
-
-// The class of a size in 1..kLargestPooled, and the octets of a block of that class.
-std::size_t ClassOf(std::size_t size) noexcept { return (size + kGranule - 1) / kGranule - 1; }
-std::size_t BytesOf(std::size_t sizeClass) noexcept { return (sizeClass + 1) * kGranule; }
-
-bool Pooled(std::size_t size) noexcept {
-#if defined(VELMOR_POOL_BYPASS)
-    (void)size;
-    return false;
-#else
-    return size != 0 && size <= kLargestPooled;
-#endif
-}
-
 } // namespace
 
-void* PoolAllocate(std::size_t size) {
-    if (!Pooled(size)) {
-        return ::operator new(size);
-    }
-    const std::size_t sizeClass = ClassOf(size);
-    ThreadCache& cache = t_cache;
-    FreeBlock* block = cache.heads[sizeClass];
-    if (block == nullptr) {
-        return ::operator new(BytesOf(sizeClass));
-    }
-    cache.heads[sizeClass] = block->next;
-    cache.heldBytes -= BytesOf(sizeClass);
-    return block;
+void* AllocateElsewhere(std::size_t size) {
+    // A pooled size whose list is empty gets a block of its whole class, so that it can go
+    // on that list when freed.
+    return ::operator new(Pooled(size) ? BytesOf(ClassOf(size)) : size);
 }
 
-void PoolFree(void* block, std::size_t size) noexcept {
+void FreeElsewhere(void* block, std::size_t size) noexcept {
     if (block == nullptr) {
         return;
     }
     ThreadCache& cache = t_cache;
-    const std::size_t sizeClass = ClassOf(size);
-    // A closed cache holds kClosed octets, so that nothing fits any more.
-    if (!Pooled(size) || cache.heldBytes + BytesOf(sizeClass) > kHeldBytesPerThread) {
+    if (!Pooled(size) || cache.heldBytes + BytesOf(ClassOf(size)) > kHeldBytesPerThread) {
         ::operator delete(block);
         return;
     }
-    if (!cache.registered) {
-        Register(cache);
-    }
-    auto* freed = static_cast<FreeBlock*>(block);
-    freed->next = cache.heads[sizeClass];
-    cache.heads[sizeClass] = freed;
-    cache.heldBytes += BytesOf(sizeClass);
+    // The thread's first block: its teardown is made, so that it runs at the thread's exit.
+    cache.registered = true;
+    static_cast<void>(&t_teardown);
+    PoolFree(block, size);
 }
 
-bool PoolRecycles() noexcept { return Pooled(1); }
+} // namespace Pool
+
+bool PoolRecycles() noexcept { return Pool::Pooled(1); }
 
 std::size_t PoolHeldBytes() noexcept {
-    return t_cache.heldBytes == kClosed ? 0 : t_cache.heldBytes;
+    const std::size_t held = Pool::t_cache.heldBytes;
+    return held > kHeldBytesPerThread ? 0 : held; // a closed cache holds nothing
 }
 
 } // namespace Velmor::Detail
