@@ -129,17 +129,31 @@ bool BerReader::parseLength(std::size_t& at, bool constructed, ElementHeader& h)
 // Parses the header of the element at 'at' and checks that a definite length fits.
 bool BerReader::parseHeader(std::size_t at, ElementHeader& h) noexcept {
     // Nearly every element of a message has a one-octet identifier below the high tag form,
-    // other than universal 0, and a short definite length: read that form directly.
+    // other than universal 0, and a definite length in the short form or in one or two long
+    // form octets (every element up to 64 KiB): read that form directly.
     if (size_ - at >= 2) {
         const ASN1OCTET id = data_[at];
-        const ASN1OCTET length = data_[at + 1];
-        if ((id & 0x1F) != 0x1F && (id & 0xDF) != 0 && length < 0x80) {
+        const ASN1OCTET first = data_[at + 1];
+        const std::size_t room = size_ - at;
+        std::size_t header = 0;
+        std::size_t length = 0;
+        if (first < 0x80) {
+            header = 2;
+            length = first;
+        } else if (first == 0x81 && room >= 3) {
+            header = 3;
+            length = data_[at + 2];
+        } else if (first == 0x82 && room >= 4) {
+            header = 4;
+            length = std::size_t{data_[at + 2]} << 8 | data_[at + 3];
+        }
+        if (header != 0 && (id & 0x1F) != 0x1F && (id & 0xDF) != 0) {
             h.tag = (static_cast<ASN1TAG>(id & 0xC0) << 24) | ((id & 0x20) != 0 ? TM_CONS : 0) |
                     (id & 0x1Fu);
-            h.headerLen = 2;
+            h.headerLen = header;
             h.contentLen = length;
             h.indefinite = false;
-            return length <= size_ - at - 2 || overrun();
+            return length <= room - header || overrun();
         }
     }
     std::size_t p = at;
