@@ -10,6 +10,7 @@
 #include <pki/ocsp/atl_exception.h>
 #include <pki/ocsp/string_proxy.h>
 #include <string>
+#include <string_view>
 
 using namespace Velmor::Win32;
 
@@ -22,11 +23,11 @@ using Detail::Records;
 struct VELMOR_OCSP_LOCAL CResponseMessage::Data : Detail::PooledRecord {
     ResponseStatus responseStatus = internalError;
     bool hasBody = false;
-    std::string responseType; // the OID text; meaningful when hasBody
-    std::string typeContents; // its DER contents octets; empty when the text is not an OID
-    CBlob response;           // meaningful when hasBody
+    CStringProxy responseType; // the OID text (inline for every common one); when hasBody
+    std::string typeContents;  // its DER contents octets; empty when the text is not an OID
+    CBlob response;            // meaningful when hasBody
 
-    static std::string OidContents(const std::string& text);
+    static std::string OidContents(std::string_view text);
 };
 
 CResponseMessage::CResponseMessage() { Records::Make(*this); }
@@ -62,14 +63,14 @@ void CResponseMessage::put_response(const char* responseType, const CBlob* respo
     }
     if (responseType == nullptr) {
         m_data->hasBody = false;
-        m_data->responseType.clear();
+        m_data->responseType = CStringProxy();
         m_data->response = CBlob();
         return;
     }
-    std::string type(responseType);
+    CStringProxy type(responseType);
     std::string contents = Data::OidContents(type);
     CBlob body(*response);
-    m_data->responseType.swap(type);
+    m_data->responseType = std::move(type);
     m_data->typeContents.swap(contents);
     m_data->response = std::move(body);
     m_data->hasBody = true;
@@ -77,7 +78,7 @@ void CResponseMessage::put_response(const char* responseType, const CBlob* respo
 
 // The contents octets of an OID given as text, or "" when the text is not an OID (which
 // encode then reports).
-std::string CResponseMessage::Data::OidContents(const std::string& text) {
+std::string CResponseMessage::Data::OidContents(std::string_view text) {
     std::string contents(text.size(), '\0');
     contents.resize(
         Codec::OidTextToContents(text, reinterpret_cast<std::uint8_t*>(contents.data())));
@@ -117,20 +118,21 @@ void ASN1T_OCSPResponse_traits::get(const ASN1T_OCSPResponse& in, Record& value)
         value.hasBody = false;
         return;
     }
-    // The type text is made in scratch storage and the record's strings reserve room for it
-    // (a reserve keeps the value); the body is assigned next (it allocates, if it must,
-    // before it changes anything); the rest cannot fail.
+    // The type text is made in scratch storage and copied into a proxy of its own (inline
+    // for every common OID), and the contents reserve room (a reserve keeps the value); the
+    // body is assigned next (it allocates, if it must, before it changes anything); the rest
+    // cannot fail.
     thread_local std::string typeText;
     typeText.clear();
     const ASN1OBJID& type = in.responseBytes.responseType;
     if (!Codec::OidContentsToText(type.data, type.numocts, typeText)) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    value.responseType.reserve(typeText.size());
+    CStringProxy typeName(typeText.c_str());
     value.typeContents.reserve(type.numocts);
     const ASN1TDynOctStr& body = in.responseBytes.response;
     value.response.assign(body.data, body.numocts);
-    value.responseType.assign(typeText);
+    value.responseType = std::move(typeName);
     value.typeContents.assign(reinterpret_cast<const char*>(type.data), type.numocts);
     value.responseStatus = static_cast<ResponseStatus>(in.responseStatus);
     value.hasBody = true;
