@@ -3,23 +3,8 @@
 #include "asn1/asn1_detail.h"
 
 using Velmor::Asn1Rt::kNoOffset;
+using Velmor::Asn1Rt::NestingGuard;
 using Velmor::Asn1Rt::setError;
-
-namespace {
-
-// Counts one level of Encode()/Decode() nesting for the life of the object.
-class NestingGuard {
-  public:
-    explicit NestingGuard(ASN1CTXT* ctxt) : ctxt_(ctxt) { ++ctxt_->ctypeDepth; }
-    ~NestingGuard() { --ctxt_->ctypeDepth; }
-    NestingGuard(const NestingGuard&) = delete;
-    NestingGuard& operator=(const NestingGuard&) = delete;
-
-  private:
-    ASN1CTXT* ctxt_;
-};
-
-} // namespace
 
 int ASN1CType::Encode() {
     ASN1CTXT* ctxt = getCtxtPtr();
@@ -45,32 +30,16 @@ int ASN1CType::Encode() {
     return static_cast<int>(buffer.getMsgLen() - before);
 }
 
+int Velmor::Asn1Rt::failDecode(ASN1CTXT* ctxt, int st, std::size_t offset) noexcept {
+    setError(ctxt, st, "value", nullptr, offset);
+    return ctxt->status;
+}
+
 int ASN1CType::Decode() {
-    ASN1CTXT* ctxt = getCtxtPtr();
     if (msgBuf_.isEncoding()) {
-        return setError(ctxt, RTERR_INVPARAM, "Decode on an encode buffer", nullptr, kNoOffset);
+        return setError(getCtxtPtr(), RTERR_INVPARAM, "Decode on an encode buffer", nullptr,
+                        kNoOffset);
     }
-    if (ctxt->status != ASN_OK) {
-        return ctxt->status;
-    }
-    const bool outermost = ctxt->ctypeDepth == 0;
-    Velmor::Asn1Rt::BerReader reader(ctxt, ctxt->decData + ctxt->decPos,
-                                     ctxt->decLen - ctxt->decPos, ctxt->decPos);
-    int st = 0;
-    {
-        NestingGuard guard(ctxt);
-        st = decodeValue(reader);
-    }
-    if (st < 0) {
-        return setError(ctxt, st, "value", nullptr, reader.offset()), ctxt->status;
-    }
-    if (!reader.ok()) {
-        return reader.status();
-    }
-    if (outermost && reader.offset() != ctxt->decLen) {
-        reader.fail(RTERR_TRAILING, "octets after the value");
-        return ctxt->status;
-    }
-    ctxt->decPos = reader.offset();
-    return ASN_OK;
+    return Velmor::Asn1Rt::decodeAtPosition(
+        getCtxtPtr(), [this](Velmor::Asn1Rt::BerReader& reader) { return decodeValue(reader); });
 }

@@ -91,6 +91,51 @@ class ASN1CSeqOfList {
 
 namespace Velmor::Asn1Rt {
 
+// Counts one level of Encode()/Decode() nesting for the life of the object.
+class NestingGuard {
+  public:
+    explicit NestingGuard(ASN1CTXT* ctxt) noexcept : ctxt_(ctxt) { ++ctxt_->ctypeDepth; }
+    ~NestingGuard() { --ctxt_->ctypeDepth; }
+    NestingGuard(const NestingGuard&) = delete;
+    NestingGuard& operator=(const NestingGuard&) = delete;
+
+  private:
+    ASN1CTXT* ctxt_;
+};
+
+// Records a reader's negative status st, at input offset offset, as the context's failure
+// (unless one is recorded already) and returns the context's status.
+[[gnu::cold]] int failDecode(ASN1CTXT* ctxt, int st, std::size_t offset) noexcept;
+
+// Reads one value from the decode position of ctxt with decodeValue(BerReader&) (0 or a
+// negative status) and advances past it; the outermost read fails with RTERR_TRAILING when
+// input remains after the value. 0 or a negative status. Inline, so that a decode whose type
+// is known reaches its reader without a virtual call.
+template <class F> int decodeAtPosition(ASN1CTXT* ctxt, F&& decodeValue) {
+    if (ctxt->status != ASN_OK) {
+        return ctxt->status;
+    }
+    const bool outermost = ctxt->ctypeDepth == 0;
+    BerReader reader(ctxt, ctxt->decData + ctxt->decPos, ctxt->decLen - ctxt->decPos, ctxt->decPos);
+    int st = 0;
+    {
+        NestingGuard guard(ctxt);
+        st = decodeValue(reader);
+    }
+    if (st < 0) {
+        return failDecode(ctxt, st, reader.offset());
+    }
+    if (!reader.ok()) {
+        return reader.status();
+    }
+    if (outermost && reader.offset() != ctxt->decLen) {
+        reader.fail(RTERR_TRAILING, "octets after the value");
+        return ctxt->status;
+    }
+    ctxt->decPos = reader.offset();
+    return ASN_OK;
+}
+
 // Encodes the elements of a list of T, last first (the buffer is written backwards), with
 // encodeElem(ASN1BEREncodeBuffer&, const T&) returning a length or a negative status.
 // The octets written, or a negative status. The caller wraps them (or uses wrapSetOf).

@@ -61,8 +61,8 @@ template <class T> int EncodeStatus(ASN1BEREncodeBuffer& buffer, const T& value)
     return control.Encode();
 }
 template <class T> int DecodeStatus(ASN1BERDecodeBuffer& buffer, T& value) {
-    ASN1CTypeT<T> control(buffer, value);
-    return control.Decode();
+    return Asn1Rt::decodeAtPosition(
+        buffer.getCtxtPtr(), [&](Asn1Rt::BerReader& reader) { return asn1D(reader, value); });
 }
 
 // Where this thread's last failed encode or decode stopped: the runtime's status, the
