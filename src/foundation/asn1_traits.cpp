@@ -7,6 +7,7 @@
 #include "foundation/entry_recycler.h"
 #include "foundation/list_access.h"
 #include "foundation/oid_text.h"
+#include "foundation/string_proxy_access.h"
 
 #include <array>
 #include <cstring>
@@ -130,9 +131,10 @@ namespace {
 
 // The dotted text of a decoded OID, valid until the thread's next call; CRYPT_E_ASN1_INTERNAL
 // for contents that are not one. The text is built in storage the thread keeps, so that the
-// callers, which copy it at once, need no allocation of their own.
-const char* OidText(const ASN1OBJID& in) {
-    if (const char* known = Velmor::Codec::KnownOidText(in.data, in.numocts)) {
+// callers, which copy it at once, need no allocation of their own. NUL-terminated.
+std::string_view OidText(const ASN1OBJID& in) {
+    if (const std::string_view known = Velmor::Codec::KnownOidText(in.data, in.numocts);
+        !known.empty()) {
         return known;
     }
     thread_local std::string dotted;
@@ -140,13 +142,13 @@ const char* OidText(const ASN1OBJID& in) {
     if (!Velmor::Codec::ComputeOidText(in.data, in.numocts, dotted)) {
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    return dotted.c_str();
+    return dotted;
 }
 
 } // namespace
 
 void ASN1TObjId_traits::get(const ASN1OBJID& in, CStringProxy& text) {
-    text = CStringProxy(OidText(in));
+    Velmor::Detail::StringProxyAccess::Assign(text, OidText(in));
 }
 
 void ASN1GeneralizedTime_traits::set(ASN1CTXT* ctxt, const char*& out, const CDateTime& value) {
@@ -287,7 +289,7 @@ namespace {
 
 // Appends the value of one decoded Extension to items.
 void AppendExtension(const ASN1T_Extension& in, std::list<CExtension>& items) {
-    const char* oid = OidText(in.extnID);
+    const char* oid = OidText(in.extnID).data();
     if (!Velmor::Detail::EntryRecycler<CExtension>::TakeOne(items)) {
         items.emplace_back(oid, in.critical, BlobOf(in.extnValue.data, in.extnValue.numocts));
         return;
@@ -436,7 +438,7 @@ void ASN1T_AuthorityInfoAccessSyntax_traits::get(const ASN1T_AuthorityInfoAccess
     ForEach<ASN1T_AccessDescription>(in, [&](const ASN1T_AccessDescription& element) {
         CGeneralName location;
         ASN1T_GeneralName_traits::get(element.accessLocation, location);
-        items.emplace_back(OidText(element.accessMethod), location);
+        items.emplace_back(OidText(element.accessMethod).data(), location);
     });
     value.swap(descriptions);
 }
@@ -454,7 +456,7 @@ void ASN1T_AlgorithmIdentifier_traits::set(ASN1CTXT* ctxt, ASN1T_AlgorithmIdenti
 
 void ASN1T_AlgorithmIdentifier_traits::get(const ASN1T_AlgorithmIdentifier& in,
                                            CAlgorithmIdentifier& value) {
-    value.put_algorithm(OidText(in.algorithm));
+    value.put_algorithm(OidText(in.algorithm).data());
     // Absent and NULL parameters, nearly every identifier's, are copied from constants.
     static const CBlob kAbsent;
     static const unsigned char kNullDer[] = {0x05, 0x00};

@@ -288,14 +288,14 @@ std::size_t OidTextToContents(std::string_view text, std::uint8_t* out) {
     }
 }
 
-const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept {
+std::string_view KnownOidText(const std::uint8_t* data, std::size_t size) noexcept {
     const KnownOid* known =
         FindKnown<&KnownOid::contents>(std::string_view(reinterpret_cast<const char*>(data), size));
-    return known != nullptr ? known->text.data() : nullptr;
+    return known != nullptr ? known->text : std::string_view();
 }
 
 bool OidContentsToText(const std::uint8_t* data, std::size_t size, std::string& out) {
-    if (const char* known = KnownOidText(data, size)) {
+    if (const std::string_view known = KnownOidText(data, size); !known.empty()) {
         out += known;
         return true;
     }

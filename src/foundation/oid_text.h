@@ -17,9 +17,9 @@ namespace Velmor::Codec {
 // second below 40 unless the first is 2, decimal arcs without leading zeros.
 std::size_t OidTextToContents(std::string_view text, std::uint8_t* out);
 
-// The dotted text of one of the OIDs nearly every message carries (a NUL-terminated constant),
-// or null for any other contents.
-const char* KnownOidText(const std::uint8_t* data, std::size_t size) noexcept;
+// The dotted text of one of the OIDs nearly every message carries (a view of a NUL-terminated
+// constant), or an empty view (null data) for any other contents.
+std::string_view KnownOidText(const std::uint8_t* data, std::size_t size) noexcept;
 
 // Appends the dotted text of valid contents octets to out; false (out unspecified) when the
 // octets are not a valid OID encoding.

@@ -10,6 +10,10 @@
 
 namespace Velmor {
 
+namespace Detail {
+struct StringProxyAccess;
+}
+
 class VELMOR_OCSP_API CStringProxy {
   public:
     // The empty string.
@@ -29,6 +33,8 @@ class VELMOR_OCSP_API CStringProxy {
     operator std::string_view() const noexcept;
 
   private:
+    friend struct Detail::StringProxyAccess; // the library's converters set texts of known length
+
     // Texts up to kInline - 1 characters (every common OID) are kept inline, without a heap
     // allocation; longer ones on the heap.
     static constexpr std::size_t kInline = 32;
