@@ -1,6 +1,7 @@
 #include "foundation/oid_text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
@@ -197,8 +198,7 @@ struct KnownOid {
 
 // The OIDs that OCSP messages carry, whose text is looked up rather than computed: the OCSP
 // arc (the access method, response types and extensions), the CRL entry extensions, the usual
-// hashes, and the signature and key algorithms. The ones nearly every message holds come
-// first.
+// hashes, and the signature and key algorithms.
 constexpr KnownOid kKnownOids[] = {
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x01", "1.3.6.1.5.5.7.48.1.1"},
     {"\x2b\x06\x01\x05\x05\x07\x30\x01\x02", "1.3.6.1.5.5.7.48.1.2"},
@@ -232,21 +232,77 @@ constexpr KnownOid kKnownOids[] = {
     {"\x2b\x65\x70", "1.3.101.112"},
 };
 
-// The row whose Key equals key, or null. Size and last octet are compared first, so a
-// lookup runs through the rows quickly and compares about one of them whole.
+// Whether a and b hold the same size octets. Eight or four are compared at a time, the last
+// group overlapping the one before, so that an OID takes a few loads and no call.
+bool SameOctets(const char* a, const char* b, std::size_t size) noexcept {
+    const auto load = [](const char* at, auto word) {
+        std::memcpy(&word, at, sizeof word);
+        return word;
+    };
+    if (size >= 8) {
+        for (std::size_t i = 0; i + 8 < size; i += 8) {
+            if (load(a + i, std::uint64_t{}) != load(b + i, std::uint64_t{})) {
+                return false;
+            }
+        }
+        return load(a + size - 8, std::uint64_t{}) == load(b + size - 8, std::uint64_t{});
+    }
+    if (size >= 4) {
+        return load(a, std::uint32_t{}) == load(b, std::uint32_t{}) &&
+               load(a + size - 4, std::uint32_t{}) == load(b + size - 4, std::uint32_t{});
+    }
+    return std::memcmp(a, b, size) == 0;
+}
+
+// The table is found through an open-addressed index of row numbers, hashed from a key's size,
+// last octet and middle octet (weights chosen so that no two rows of today's table share a
+// slot): a lookup reads one or two slots, whatever the row's place.
+constexpr std::size_t kIndexSlots = 128;
+
+constexpr std::size_t IndexSlot(std::string_view key) {
+    const auto octet = [&](std::size_t at) { return static_cast<unsigned char>(key[at]); };
+    return (key.size() + 9 * octet(key.size() - 1) + 23 * octet(key.size() / 2)) % kIndexSlots;
+}
+
+template <std::string_view KnownOid::*Key> struct KnownIndex {
+    std::array<std::uint8_t, kIndexSlots> rows{}; // row number + 1; 0 ends a probe
+    std::size_t longestProbe = 0;
+
+    constexpr KnownIndex() {
+        static_assert(std::size(kKnownOids) < 255 && std::size(kKnownOids) < kIndexSlots / 2);
+        for (std::size_t row = 0; row < std::size(kKnownOids); ++row) {
+            std::size_t slot = IndexSlot(kKnownOids[row].*Key);
+            std::size_t probe = 1;
+            for (; rows[slot] != 0; slot = (slot + 1) % kIndexSlots) {
+                ++probe;
+            }
+            rows[slot] = static_cast<std::uint8_t>(row + 1);
+            longestProbe = probe > longestProbe ? probe : longestProbe;
+        }
+    }
+};
+
+template <std::string_view KnownOid::*Key> constexpr KnownIndex<Key> kKnownIndex{};
+static_assert(kKnownIndex<&KnownOid::contents>.longestProbe <= 2, "choose other weights");
+static_assert(kKnownIndex<&KnownOid::text>.longestProbe <= 2, "choose other weights");
+
+// The row whose Key equals key, or null.
 template <std::string_view KnownOid::*Key>
 const KnownOid* FindKnown(std::string_view key) noexcept {
     if (key.empty()) {
         return nullptr;
     }
-    for (const KnownOid& row : kKnownOids) {
-        const std::string_view candidate = row.*Key;
-        if (candidate.size() == key.size() && candidate.back() == key.back() &&
-            std::memcmp(candidate.data(), key.data(), key.size()) == 0) {
-            return &row;
+    for (std::size_t slot = IndexSlot(key);; slot = (slot + 1) % kIndexSlots) {
+        const std::uint8_t row = kKnownIndex<Key>.rows[slot];
+        if (row == 0) {
+            return nullptr;
+        }
+        const std::string_view candidate = kKnownOids[row - 1].*Key;
+        if (candidate.size() == key.size() &&
+            SameOctets(candidate.data(), key.data(), key.size())) {
+            return &kKnownOids[row - 1];
         }
     }
-    return nullptr;
 }
 
 } // namespace
