@@ -251,7 +251,11 @@ bool SameOctets(const char* a, const char* b, std::size_t size) noexcept {
         return load(a, std::uint32_t{}) == load(b, std::uint32_t{}) &&
                load(a + size - 4, std::uint32_t{}) == load(b + size - 4, std::uint32_t{});
     }
-    return std::memcmp(a, b, size) == 0;
+    bool same = true;
+    for (std::size_t i = 0; i < size; ++i) {
+        same &= a[i] == b[i];
+    }
+    return same;
 }
 
 // The table is found through an open-addressed index of row numbers, hashed from a key's size,
