@@ -275,13 +275,53 @@ void rtDListInit(OSRTDList* list) noexcept;
 // Appends data in a node taken from ctxt: 0, or RTERR_NOMEM with the list unchanged.
 int rtDListAppend(ASN1CTXT* ctxt, OSRTDList* list, void* data) noexcept;
 
+// A node carrying a value-initialised T, both in one piece of ctxt's memory (so an element
+// costs one allocation), not yet in any list; null when ctxt has no memory left.
+template <class T> OSRTDListNode* rtDListNewNode(ASN1CTXT* ctxt) noexcept {
+    static_assert(std::is_trivially_destructible_v<T>, "arena objects are never destroyed");
+    struct Cell {
+        OSRTDListNode node;
+        T value;
+    };
+    void* memory = rtMemHeapAlloc(ctxt, sizeof(Cell));
+    if (memory == nullptr) {
+        return nullptr;
+    }
+    Cell* cell = new (memory) Cell{{nullptr, nullptr, nullptr}, T()};
+    cell->node.data = &cell->value;
+    return &cell->node;
+}
+
+// Links node at the end of list; false, changing nothing, when the list cannot grow.
+inline bool rtDListLink(OSRTDList& list, OSRTDListNode& node) noexcept {
+    if (list.count == UINT32_MAX) {
+        return false;
+    }
+    node.next = nullptr;
+    node.prev = list.tail;
+    (list.tail != nullptr ? list.tail->next : list.head) = &node;
+    list.tail = &node;
+    ++list.count;
+    return true;
+}
+
+// A value-initialised T appended to list (see rtDListNewNode); null, with the list
+// unchanged, when ctxt has no memory left or the list cannot grow.
+template <class T> T* rtDListAppendNew(ASN1CTXT* ctxt, OSRTDList& list) noexcept {
+    OSRTDListNode* node = rtDListNewNode<T>(ctxt);
+    if (node == nullptr || !rtDListLink(list, *node)) {
+        return nullptr;
+    }
+    return static_cast<T*>(node->data);
+}
+
 // Deep copy of a list of T into ctxt; copyElem(ctxt, const T& from, T& to) copies one
 // element and returns int status (or void). 0 or the first negative status.
 template <class T, class F>
 int rtCopyList(ASN1CTXT* ctxt, const OSRTDList& from, OSRTDList& to, F&& copyElem) {
     rtDListInit(&to);
     for (const OSRTDListNode* n = from.head; n != nullptr; n = n->next) {
-        T* elem = rtMemNew<T>(ctxt);
+        T* elem = rtDListAppendNew<T>(ctxt, to);
         if (elem == nullptr) {
             return RTERR_NOMEM;
         }
@@ -293,10 +333,6 @@ int rtCopyList(ASN1CTXT* ctxt, const OSRTDList& from, OSRTDList& to, F&& copyEle
             if (st < 0) {
                 return st;
             }
-        }
-        int st = rtDListAppend(ctxt, &to, elem);
-        if (st < 0) {
-            return st;
         }
     }
     return ASN_OK;

@@ -271,16 +271,16 @@ class BerReader {
 template <class T, class F> int readList(BerReader& r, OSRTDList& list, F&& decodeElem) {
     for (std::size_t index = 0; r.more(); ++index) {
         r.atItem(index);
-        T* elem = rtMemNew<T>(r.ctxt());
-        if (elem == nullptr) {
+        OSRTDListNode* node = rtDListNewNode<T>(r.ctxt());
+        if (node == nullptr) {
             return r.fail(RTERR_NOMEM, "SEQUENCE OF element"), r.status();
         }
         const std::size_t before = r.offset();
-        decodeElem(r, *elem);
+        decodeElem(r, *static_cast<T*>(node->data));
         if (r.ok() && r.offset() == before) {
             r.fail(RTERR_INVPARAM, "element decoder consumed nothing"); // would loop forever
         }
-        if (r.ok() && rtDListAppend(r.ctxt(), &list, elem) < 0) {
+        if (r.ok() && !rtDListLink(list, *node)) {
             r.fail(RTERR_NOMEM, "SEQUENCE OF node");
         }
     }

@@ -73,12 +73,6 @@ void RequireInput(const ASN1BERDecodeBuffer& buffer) {
 
 void ThrowOutOfContextMemory() { ATL::AtlThrow(CRYPT_E_ASN1_MEMORY); }
 
-void Append(ASN1CTXT* ctxt, OSRTDList& list, void* element) {
-    if (rtDListAppend(ctxt, &list, element) < 0) {
-        ThrowOutOfContextMemory();
-    }
-}
-
 const ASN1OCTET* CopyBytes(ASN1CTXT* ctxt, const void* data, std::size_t size) {
     if (size == 0) {
         return nullptr;

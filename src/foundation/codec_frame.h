@@ -36,13 +36,13 @@ inline void* AllocZ(ASN1CTXT* ctxt, std::size_t size) {
 // left.
 template <class T> T* NewZ(ASN1CTXT* ctxt) { return new (AllocZ(ctxt, sizeof(T))) T(); }
 
-// Appends element, which lives in ctxt, to list; CRYPT_E_ASN1_MEMORY when no node is left.
-void Append(ASN1CTXT* ctxt, OSRTDList& list, void* element);
-
-// A new T appended to list, both in context memory.
+// A new T appended to list, both in context memory; CRYPT_E_ASN1_MEMORY when no memory is
+// left.
 template <class T> T& AppendNew(ASN1CTXT* ctxt, OSRTDList& list) {
-    T* element = NewZ<T>(ctxt);
-    Append(ctxt, list, element);
+    T* element = rtDListAppendNew<T>(ctxt, list);
+    if (element == nullptr) {
+        ThrowOutOfContextMemory();
+    }
     return *element;
 }
 
