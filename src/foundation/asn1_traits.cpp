@@ -234,43 +234,42 @@ void ASN1T_GeneralName_traits::set(ASN1CTXT* ctxt, ASN1T_GeneralName& out,
     }
 }
 
+// value changes through one setter, which leaves it as it was when it throws.
 void ASN1T_GeneralName_traits::get(const ASN1T_GeneralName& in, CGeneralName& value) {
-    CGeneralName name;
     switch (in.t) {
     case T_GeneralName_otherName:
     case T_GeneralName_x400Address:
     case T_GeneralName_ediPartyName:
-        name.put_other(static_cast<CGeneralName::Choice>(in.t - 1),
-                       BlobOf(in.other.data, in.other.numocts));
+        value.put_other(static_cast<CGeneralName::Choice>(in.t - 1),
+                        BlobOf(in.other.data, in.other.numocts));
         break;
     case T_GeneralName_rfc822Name:
-        name.put_rfc822Name(in.text);
+        value.put_rfc822Name(in.text);
         break;
     case T_GeneralName_dNSName:
-        name.put_dNSName(in.text);
+        value.put_dNSName(in.text);
         break;
     case T_GeneralName_uniformResourceIdentifier:
-        name.put_uniformResourceIdentifier(in.text);
+        value.put_uniformResourceIdentifier(in.text);
         break;
     case T_GeneralName_directoryName: {
         CBlob der;
         ASN1T_Name_traits::get(in.directoryName, der);
-        name.put_directoryName(der);
+        value.put_directoryName(der);
         break;
     }
     case T_GeneralName_iPAddress:
-        name.put_iPAddress(BlobOf(in.iPAddress.data, in.iPAddress.numocts));
+        value.put_iPAddress(BlobOf(in.iPAddress.data, in.iPAddress.numocts));
         break;
     case T_GeneralName_registeredID: {
         CStringProxy oid;
         ASN1TObjId_traits::get(in.registeredID, oid);
-        name.put_registeredID(oid.c_str());
+        value.put_registeredID(oid.c_str());
         break;
     }
     default:
         ATL::AtlThrow(CRYPT_E_ASN1_INTERNAL);
     }
-    value = name;
 }
 
 // ---- Extensions

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "foundation/dll_list_impl.h"
+#include "foundation/string_proxy_access.h"
 #include "trace/trace_guard.h"
 
 namespace Velmor::ASN1 {
@@ -72,18 +73,17 @@ const CBlob* CGeneralName::OctetsOf(Choice choice) const noexcept {
     return m_choice == choice ? &m_octets : nullptr;
 }
 
-// Copies first, so that a failed copy leaves the name as it was.
+// The copy is the only step that can fail, and it replaces the member's text or octets only
+// once it has succeeded; the name is then as it was. The other member is emptied in place.
 void CGeneralName::SetText(Choice choice, const char* text) {
-    CStringProxy copy(text);
-    m_text = std::move(copy);
-    m_octets = CBlob();
+    Detail::StringProxyAccess::Assign(m_text, text != nullptr ? text : "");
+    m_octets.resize_to(0);
     m_choice = choice;
 }
 
 void CGeneralName::SetOctets(Choice choice, const CBlob& octets) {
-    CBlob copy(octets);
-    m_octets = std::move(copy);
-    m_text = CStringProxy();
+    m_octets.assign(octets.pbData(), octets.cbData());
+    Detail::StringProxyAccess::Assign(m_text, {});
     m_choice = choice;
 }
 
