@@ -81,13 +81,12 @@ void SetGeneralNames(ASN1CTXT* ctxt, ASN1T_GeneralNames& out, const CGeneralName
     }
 }
 
-CGeneralNames GetGeneralNames(const ASN1T_GeneralNames& in) {
-    CGeneralNames names;
+// Appends the decoded names to names, each built in place.
+void FillGeneralNames(const ASN1T_GeneralNames& in, CGeneralNames& names) {
     std::list<CGeneralName>& items = Velmor::Detail::UnderlyingList<CGeneralName>(names);
     ForEach<ASN1T_GeneralName>(in, [&](const ASN1T_GeneralName& element) {
         ASN1T_GeneralName_traits::get(element, items.emplace_back());
     });
-    return names;
 }
 
 } // namespace
@@ -371,47 +370,44 @@ void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSy
     }
 }
 
-namespace {
-
-// Gives names to a list field of point without copying its elements: the setter stores an
-// empty list, which then takes them.
-void PutNames(CDistributionPoint& point, void (CDistributionPoint::*put)(const CGeneralNames*),
-              const CGeneralNames* (CDistributionPoint::*get)() const, CGeneralNames& names) {
-    const CGeneralNames empty;
-    (point.*put)(&empty);
-    const_cast<CGeneralNames*>((point.*get)())->swap(names);
-}
-
-} // namespace
-
-// The points are built in place in a new list, which then takes the place of value's.
+// An empty value (a new record) is filled directly and emptied again if that throws; a value
+// with points gets a new list, which takes their place only once it is complete. Each point
+// is built in place, its names too.
 void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
                                            CCRLDistPointsSyntax& value) {
+    const auto fill = [&in](CCRLDistPointsSyntax& points) {
+        std::list<CDistributionPoint>& items =
+            Velmor::Detail::UnderlyingList<CDistributionPoint>(points);
+        ForEach<ASN1T_DistributionPoint>(in, [&](const ASN1T_DistributionPoint& element) {
+            CDistributionPoint& point = items.emplace_back();
+            if (element.m.distributionPointPresent &&
+                element.distributionPoint.t == T_DistributionPointName_fullName) {
+                FillGeneralNames(element.distributionPoint.fullName, point.m_fullName.emplace());
+            } else if (element.m.distributionPointPresent) {
+                const CBlob rdn =
+                    Velmor::Codec::Encode(element.distributionPoint.nameRelativeToCRLIssuer);
+                point.put_nameRelativeToCRLIssuer(&rdn);
+            }
+            if (element.m.reasonsPresent) {
+                const unsigned mask = ReasonMaskFromBits(element.reasons);
+                point.put_reasons(&mask);
+            }
+            if (element.m.cRLIssuerPresent) {
+                FillGeneralNames(element.cRLIssuer, point.m_cRLIssuer.emplace());
+            }
+        });
+    };
+    if (value.empty()) {
+        try {
+            fill(value);
+        } catch (...) {
+            value.clear();
+            throw;
+        }
+        return;
+    }
     CCRLDistPointsSyntax points;
-    std::list<CDistributionPoint>& items =
-        Velmor::Detail::UnderlyingList<CDistributionPoint>(points);
-    ForEach<ASN1T_DistributionPoint>(in, [&](const ASN1T_DistributionPoint& element) {
-        CDistributionPoint& point = items.emplace_back();
-        if (element.m.distributionPointPresent &&
-            element.distributionPoint.t == T_DistributionPointName_fullName) {
-            CGeneralNames names = GetGeneralNames(element.distributionPoint.fullName);
-            PutNames(point, &CDistributionPoint::put_fullName, &CDistributionPoint::get_fullName,
-                     names);
-        } else if (element.m.distributionPointPresent) {
-            const CBlob rdn =
-                Velmor::Codec::Encode(element.distributionPoint.nameRelativeToCRLIssuer);
-            point.put_nameRelativeToCRLIssuer(&rdn);
-        }
-        if (element.m.reasonsPresent) {
-            const unsigned mask = ReasonMaskFromBits(element.reasons);
-            point.put_reasons(&mask);
-        }
-        if (element.m.cRLIssuerPresent) {
-            CGeneralNames issuer = GetGeneralNames(element.cRLIssuer);
-            PutNames(point, &CDistributionPoint::put_cRLIssuer, &CDistributionPoint::get_cRLIssuer,
-                     issuer);
-        }
-    });
+    fill(points);
     value.swap(points);
 }
 

@@ -47,6 +47,9 @@ class VELMOR_OCSP_API CDistributionPoint {
     void put_cRLIssuer(const CGeneralNames* issuer);
 
   private:
+    friend struct ASN1T_CRLDistPointsSyntax_traits; // the library's decoder fills the names in
+                                                    // place
+
     std::optional<CGeneralNames> m_fullName;
     std::optional<CBlob> m_nameRelativeToCRLIssuer;
     std::optional<unsigned> m_reasons;
