@@ -11,6 +11,8 @@
 
 #include <array>
 #include <cstring>
+#include <list>
+#include <optional>
 #include <pki/ocsp/atl_exception.h>
 #include <string>
 #include <string_view>
@@ -81,11 +83,28 @@ void SetGeneralNames(ASN1CTXT* ctxt, ASN1T_GeneralNames& out, const CGeneralName
     }
 }
 
-// Appends the decoded names to names, each built in place.
-void FillGeneralNames(const ASN1T_GeneralNames& in, CGeneralNames& names) {
-    std::list<CGeneralName>& items = Velmor::Detail::UnderlyingList<CGeneralName>(names);
-    ForEach<ASN1T_GeneralName>(in, [&](const ASN1T_GeneralName& element) {
-        ASN1T_GeneralName_traits::get(element, items.emplace_back());
+// A new element at the end of items: a spare one of the thread when there is one (its fields
+// are all overwritten by the caller), else a default one.
+template <class T> T& NewEntry(std::list<T>& items) {
+    if (!Velmor::Detail::EntryRecycler<T>::TakeOne(items)) {
+        items.emplace_back();
+    }
+    return items.back();
+}
+
+// Replaces the names of field with the decoded ones, each set in place; field is reset when in
+// is null. The old names are kept as the thread's spares.
+void PutDecodedNames(std::optional<CGeneralNames>& field, const ASN1T_GeneralNames* in) {
+    if (in == nullptr) {
+        field.reset();
+        return;
+    }
+    std::list<CGeneralName>& items =
+        Velmor::Detail::UnderlyingList<CGeneralName>(field ? *field : field.emplace());
+    Velmor::Detail::EntryRecycler<CGeneralName>::Keep(items);
+    items.clear(); // what the spares had no room for
+    ForEach<ASN1T_GeneralName>(*in, [&](const ASN1T_GeneralName& element) {
+        ASN1T_GeneralName_traits::get(element, NewEntry(items));
     });
 }
 
@@ -372,29 +391,31 @@ void ASN1T_CRLDistPointsSyntax_traits::set(ASN1CTXT* ctxt, ASN1T_CRLDistPointsSy
 
 // An empty value (a new record) is filled directly and emptied again if that throws; a value
 // with points gets a new list, which takes their place only once it is complete. Each point
-// is built in place, its names too.
+// is built in place, its names too, in spare elements of the thread when it has them; every
+// field of a point is set or reset.
 void ASN1T_CRLDistPointsSyntax_traits::get(const ASN1T_CRLDistPointsSyntax& in,
                                            CCRLDistPointsSyntax& value) {
     const auto fill = [&in](CCRLDistPointsSyntax& points) {
         std::list<CDistributionPoint>& items =
             Velmor::Detail::UnderlyingList<CDistributionPoint>(points);
         ForEach<ASN1T_DistributionPoint>(in, [&](const ASN1T_DistributionPoint& element) {
-            CDistributionPoint& point = items.emplace_back();
-            if (element.m.distributionPointPresent &&
-                element.distributionPoint.t == T_DistributionPointName_fullName) {
-                FillGeneralNames(element.distributionPoint.fullName, point.m_fullName.emplace());
-            } else if (element.m.distributionPointPresent) {
-                const CBlob rdn =
+            CDistributionPoint& point = NewEntry(items);
+            const bool hasName = element.m.distributionPointPresent != 0;
+            const bool fullName = element.distributionPoint.t == T_DistributionPointName_fullName;
+            PutDecodedNames(point.m_fullName,
+                            hasName && fullName ? &element.distributionPoint.fullName : nullptr);
+            if (hasName && !fullName) {
+                point.m_nameRelativeToCRLIssuer =
                     Velmor::Codec::Encode(element.distributionPoint.nameRelativeToCRLIssuer);
-                point.put_nameRelativeToCRLIssuer(&rdn);
+            } else {
+                point.m_nameRelativeToCRLIssuer.reset();
             }
+            point.m_reasons.reset();
             if (element.m.reasonsPresent) {
-                const unsigned mask = ReasonMaskFromBits(element.reasons);
-                point.put_reasons(&mask);
+                point.m_reasons = ReasonMaskFromBits(element.reasons);
             }
-            if (element.m.cRLIssuerPresent) {
-                FillGeneralNames(element.cRLIssuer, point.m_cRLIssuer.emplace());
-            }
+            PutDecodedNames(point.m_cRLIssuer,
+                            element.m.cRLIssuerPresent ? &element.cRLIssuer : nullptr);
         });
     };
     if (value.empty()) {

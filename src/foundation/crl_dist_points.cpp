@@ -3,6 +3,10 @@
 
 #include "foundation/dll_list_impl.h"
 
+// A decoded point has each of its four fields set or reset: spare ones are reused.
+template <>
+struct Velmor::Detail::RecyclesEntries<Velmor::ASN1::CDistributionPoint> : std::true_type {};
+
 namespace Velmor::ASN1 {
 
 namespace {

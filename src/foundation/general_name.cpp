@@ -7,6 +7,9 @@
 #include "foundation/string_proxy_access.h"
 #include "trace/trace_guard.h"
 
+// A decoded name is set through one setter, which replaces every field: spare ones are reused.
+template <> struct Velmor::Detail::RecyclesEntries<Velmor::ASN1::CGeneralName> : std::true_type {};
+
 namespace Velmor::ASN1 {
 
 namespace {

@@ -335,6 +335,80 @@ TEST(CExtCRLLocator, WritesTheDistributionPointsAndKeepsTheBytesItReads) {
     EXPECT_EQ(HexOf(read.get_value()), HexOf(ber));
 }
 
+namespace {
+
+// Every field of a distribution point, in one line, for comparing decoded points with the
+// ones they were written from.
+std::string Describe(const CGeneralNames* names) {
+    if (names == nullptr) {
+        return "-";
+    }
+    std::string text;
+    for (const CGeneralName& name : *names) {
+        const char* words = name.get_uniformResourceIdentifier();
+        const CBlob* octets = name.get_directoryName();
+        text += std::to_string(name.get_choice()) + ":" + (words != nullptr ? words : "") +
+                (octets != nullptr ? HexOf(*octets) : "") + ",";
+    }
+    return text;
+}
+
+std::string Describe(const CDistributionPoint& point) {
+    const CBlob* rdn = point.get_nameRelativeToCRLIssuer();
+    const unsigned* reasons = point.get_reasons();
+    return Describe(point.get_fullName()) + " rdn=" + (rdn != nullptr ? HexOf(*rdn) : "-") +
+           " reasons=" + (reasons != nullptr ? std::to_string(*reasons) : "-") +
+           " issuer=" + Describe(point.get_cRLIssuer());
+}
+
+std::string Describe(const CCRLDistPointsSyntax& points) {
+    std::string text;
+    for (const CDistributionPoint& point : points) {
+        text += Describe(point) + "; ";
+    }
+    return text;
+}
+
+} // namespace
+
+// Decoded points and names may be built in the elements of lists destroyed before: each must
+// still hold exactly the fields of its own bytes, whatever the one before held.
+TEST(CExtCRLLocator, EachReadPointHoldsOnlyTheFieldsOfItsOwnBytes) {
+    CGeneralName directory;
+    directory.put_directoryName(BlobOf(kName));
+    CGeneralName uri;
+    uri.put_uniformResourceIdentifier(kUrl);
+    CGeneralNames names;
+    names.push_back(directory);
+    names.push_back(uri);
+    CGeneralNames issuer;
+    issuer.push_back(uri);
+    CDistributionPoint full;
+    full.put_fullName(&names);
+    const unsigned reasons = (1u << CDistributionPoint::keyCompromise) |
+                             (1u << CDistributionPoint::cessationOfOperation);
+    full.put_reasons(&reasons);
+    full.put_cRLIssuer(&issuer);
+    CDistributionPoint relative;
+    const CBlob rdn = BlobOf("3110300e06035504030c0754657374204341");
+    relative.put_nameRelativeToCRLIssuer(&rdn);
+
+    CCRLDistPointsSyntax mixed;
+    mixed.push_back(full);
+    mixed.push_back(relative);
+    CCRLDistPointsSyntax relativeOnly;
+    relativeOnly.push_back(relative);
+    relativeOnly.push_back(relative);
+    const CBlob mixedDer = CExtCRLLocator(mixed).get_value();
+    const CBlob relativeDer = CExtCRLLocator(relativeOnly).get_value();
+    ASSERT_NE(Describe(mixed), Describe(relativeOnly));
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(Describe(CExtCRLLocator(mixedDer).get_distributionPoints()), Describe(mixed));
+        EXPECT_EQ(Describe(CExtCRLLocator(relativeDer).get_distributionPoints()),
+                  Describe(relativeOnly));
+    }
+}
+
 TEST(ExtensionClasses, CopiesAreIndependent) {
     const unsigned long nine = 9;
     const CExtCrlID crl(BlobOf(kFullCrlId));
