@@ -13,10 +13,18 @@ namespace Velmor {
 
 CStringProxy::CStringProxy() : m_text(m_inline), m_length(0) { m_inline[0] = '\0'; }
 
+// A short text (every common OID) is copied inline with its NUL in one step.
 CStringProxy::CStringProxy(const char* text) : CStringProxy() {
-    if (text != nullptr) {
-        assign(text, std::strlen(text));
+    if (text == nullptr) {
+        return;
     }
+    const std::size_t length = std::strlen(text);
+    if (length < kInline) {
+        std::memcpy(m_inline, text, length + 1);
+        m_length = length;
+        return;
+    }
+    assign(text, length);
 }
 
 CStringProxy::CStringProxy(const CStringProxy& other) : CStringProxy() {
