@@ -24,7 +24,9 @@ template <class T> class EntryRecycler {
     static constexpr std::size_t kMaxHeld = 10000;
 
     // Moves as many of items' elements as there is room for into the thread's spares; the
-    // others stay in items (and are destroyed with it).
+    // others stay in items (and are destroyed with it). They go to the front, where TakeOne
+    // takes from: the spares are used last in, first out, so the elements reused are the ones
+    // most recently in the cache.
     static void Keep(std::list<T>& items) noexcept {
         if (closed() || items.empty()) {
             return;
@@ -32,11 +34,11 @@ template <class T> class EntryRecycler {
         std::list<T>& spares = held().items;
         const std::size_t room = kMaxHeld - spares.size();
         if (room >= items.size()) {
-            spares.splice(spares.end(), items);
+            spares.splice(spares.begin(), items);
         } else if (room != 0) {
             auto last = items.begin();
             std::advance(last, static_cast<std::ptrdiff_t>(room));
-            spares.splice(spares.end(), items, items.begin(), last);
+            spares.splice(spares.begin(), items, items.begin(), last);
         }
     }
 
