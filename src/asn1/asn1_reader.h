@@ -78,6 +78,9 @@ class BerReader {
     ASN1TAG peekTag() noexcept;
     // True when the next element carries tag (for OPTIONAL fields and CHOICEs).
     bool nextIs(ASN1TAG tag) noexcept {
+        if (pos_ >= size_) {
+            return false; // the common case of an absent last field
+        }
         std::size_t len = 0;
         const ASN1OCTET id = shortIdentifier(tag);
         if (nextIsShort(id, len)) {
