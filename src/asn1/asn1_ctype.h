@@ -103,6 +103,30 @@ class NestingGuard {
     ASN1CTXT* ctxt_;
 };
 
+// Writes one value into buffer with encodeValue(ASN1BEREncodeBuffer&) (a length or a negative
+// status): the length of what it wrote, or a negative status (the context's failure when it
+// had already failed or failed meanwhile, for instance in an arena allocation). Inline, so
+// that an encode whose type is known reaches its writer without a virtual call.
+template <class F> int encodeAtEnd(ASN1BEREncodeBuffer& buffer, F&& encodeValue) {
+    ASN1CTXT* ctxt = buffer.getCtxtPtr();
+    if (ctxt->status != ASN_OK) {
+        return ctxt->status;
+    }
+    const std::size_t before = buffer.getMsgLen();
+    int st = 0;
+    {
+        NestingGuard guard(ctxt);
+        st = encodeValue(buffer);
+    }
+    if (st < 0) {
+        return buffer.fail(st);
+    }
+    if (ctxt->status != ASN_OK) {
+        return ctxt->status;
+    }
+    return static_cast<int>(buffer.getMsgLen() - before);
+}
+
 // Records a reader's negative status st, at input offset offset, as the context's failure
 // (unless one is recorded already) and returns the context's status.
 [[gnu::cold]] int failDecode(ASN1CTXT* ctxt, int st, std::size_t offset) noexcept;

@@ -57,8 +57,7 @@ void ThrowIfCopyFailed(int status);
 // The runtime status of one encode or decode of a T: a length (encode), 0 (decode) or a
 // negative status. Never throws.
 template <class T> int EncodeStatus(ASN1BEREncodeBuffer& buffer, const T& value) {
-    ASN1CTypeT<T> control(buffer, const_cast<T&>(value));
-    return control.Encode();
+    return Asn1Rt::encodeAtEnd(buffer, [&](ASN1BEREncodeBuffer& out) { return asn1E(out, value); });
 }
 template <class T> int DecodeStatus(ASN1BERDecodeBuffer& buffer, T& value) {
     return Asn1Rt::decodeAtPosition(
