@@ -66,7 +66,9 @@ CStringProxy::~CStringProxy() { release(); }
 void CStringProxy::assign(const char* text, std::size_t length) {
     if (length < kInline) {
         release();
-        std::memmove(m_inline, text, length);
+        if (length != 0) { // an empty text may come without storage (a null data pointer)
+            std::memmove(m_inline, text, length);
+        }
         m_inline[length] = '\0';
     } else {
         auto* heap = new char[length + 1];
