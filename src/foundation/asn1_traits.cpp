@@ -92,8 +92,9 @@ template <class T> T& NewEntry(std::list<T>& items) {
     return items.back();
 }
 
-// Replaces the names of field with the decoded ones, each set in place; field is reset when in
-// is null. The old names are kept as the thread's spares.
+// Replaces the names of field with the decoded ones, each set in place: over the names the
+// field already holds, then in spare or new elements; field is reset when in is null. Names
+// left over are kept as the thread's spares.
 void PutDecodedNames(std::optional<CGeneralNames>& field, const ASN1T_GeneralNames* in) {
     if (in == nullptr) {
         field.reset();
@@ -101,11 +102,19 @@ void PutDecodedNames(std::optional<CGeneralNames>& field, const ASN1T_GeneralNam
     }
     std::list<CGeneralName>& items =
         Velmor::Detail::UnderlyingList<CGeneralName>(field ? *field : field.emplace());
-    Velmor::Detail::EntryRecycler<CGeneralName>::Keep(items);
-    items.clear(); // what the spares had no room for
+    auto reused = items.begin();
     ForEach<ASN1T_GeneralName>(*in, [&](const ASN1T_GeneralName& element) {
-        ASN1T_GeneralName_traits::get(element, NewEntry(items));
+        if (reused != items.end()) {
+            ASN1T_GeneralName_traits::get(element, *reused++);
+        } else {
+            ASN1T_GeneralName_traits::get(element, NewEntry(items));
+        }
     });
+    if (reused != items.end()) {
+        std::list<CGeneralName> leftOver;
+        leftOver.splice(leftOver.end(), items, reused, items.end());
+        Velmor::Detail::EntryRecycler<CGeneralName>::Keep(leftOver);
+    }
 }
 
 } // namespace
